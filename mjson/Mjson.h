@@ -1,0 +1,691 @@
+// The JSON value library: reference-counted values, objects that keep
+// insertion order, arrays, compiled objects with fixed key slots, a strict
+// text parser and writer, and a MessagePack writer and reader.
+//
+// The library knows nothing of its host. Failures are reported by bool
+// results, null pointers and, while parsing, English text in ParserContext;
+// no exception crosses this interface.
+//
+// Nothing here recurses over the nesting depth of a document: parsing,
+// writing, copying, comparing and freeing all keep their own stacks on the
+// heap, so a document nested a million levels deep costs memory, not stack.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "JsonAutoRefPtr.h"
+
+class BigEndianWriter;
+class JsonObject;
+class JsonArray;
+class JsonCompiledObject;
+class JsonCompiledObjectContext;
+class ObjectStepper;
+
+// Per-parse state shared by the text parser and the MessagePack reader.
+struct ParserContext {
+  size_t fPosition = 0;    // offset of the next byte; where a failed parse stopped
+  size_t fLine = 0;        // line breaks passed while skipping whitespace (zero-based)
+  size_t fLineStart = 0;   // offset just after the last counted line break
+  std::string fError;      // empty while no error occurred
+  bool fFailOnDuplicateKey = false;
+  bool fDetectMsgPack = false;
+  bool fKeepObjectOrder = false;
+  bool fNoUTF8Check = false;
+  bool fCompleted = false;
+  bool fCheckInputUTF8 = true;
+  bool fInputIsUTF8 = false;
+
+  // Clears the per-parse results and keeps the option flags, so one
+  // configured context can serve many parses.
+  void Reset() {
+    fPosition = 0;
+    fLine = 0;
+    fLineStart = 0;
+    fError.clear();
+    fCompleted = false;
+    fInputIsUTF8 = false;
+  }
+};
+
+class JsonValue : public JsonUseCounted {
+ public:
+  enum EJsonValueType : int32_t {
+    String = 0,
+    Integer = 1,
+    Real = 2,
+    Object = 3,
+    CompiledObject = 4,
+    Array = 5,
+    True = 6,
+    False = 7,
+    Null = 8,
+  };
+  static const char* const fTypeStrings[9];
+
+  EJsonValueType Type() const { return fType; }
+  const char* TypeAsString() const { return fTypeStrings[fType]; }
+
+  // Compact JSON text of this value, appended to `out`.
+  virtual void AppendToString(std::string& out) const;
+  // Indented JSON text; scalars write their compact form.
+  virtual void AppendToStringPretty(std::string& out, const std::string& indentUnit,
+                                    const std::string& newline, int depth) const;
+  // MessagePack form in its shortest encoding.
+  virtual void AppendToMsgPack(BigEndianWriter* writer) const;
+  // The member or element named by `key`, without adding a reference.
+  virtual JsonValue* GetSubNode(const std::string& key);
+
+  void WriteToString(std::string& out) const;
+  void WriteToStringPretty(std::string& out, const std::string& indentUnit,
+                           const std::string& newline) const;
+  bool WriteToMsgPack(std::string& out) const;
+
+  // Conversions; the output is always written, failures zero it.
+  bool GetAsString(std::string& out) const;
+  std::string GetAsString() const;
+  bool GetAsInteger(long long& out) const;
+  long long GetAsInteger() const;
+  bool GetAsReal(double& out) const;
+  double GetAsReal() const;
+  bool GetAsBool(bool& out) const;
+  bool GetAsBool() const;
+
+  // Deep copies; nothing is shared with the source.
+  static JsonValue* CopyNoARefPtr(const JsonValue& value);
+  static JsonAutoRefPtr<JsonValue> Copy(const JsonValue& value);
+
+  // Text reading. `ctx` and `compiled` may be null.
+  static JsonAutoRefPtr<JsonValue> ReadFromString(const std::string& text, ParserContext* ctx,
+                                                  const JsonCompiledObjectContext* compiled);
+  // MessagePack reading. `ctx` and `compiled` may be null.
+  static JsonAutoRefPtr<JsonValue> ReadFromMsgPack(const std::string& data, ParserContext* ctx,
+                                                   const JsonCompiledObjectContext* compiled);
+  // Decodes one MessagePack value at `cur` and advances past it; null on failure.
+  static JsonValue* ParseFromMsgPack(const char*& cur, const char* end, ParserContext& ctx,
+                                     const JsonCompiledObjectContext* compiled);
+
+  // Steps of the text parser, usable on their own. Each starts at
+  // ctx.fPosition and leaves it after what it consumed.
+  static void SkipBOM(const std::string& text, ParserContext& ctx);
+  static void SkipWhitespace(const std::string& text, ParserContext& ctx);
+  static JsonValue* Parse(const std::string& text, ParserContext& ctx,
+                          const JsonCompiledObjectContext* compiled);
+  static bool ParseString(const std::string& text, std::string& out, ParserContext& ctx);
+  static JsonValue* ParseNumber(const std::string& text, ParserContext& ctx);
+
+  // True when `s` is well-formed UTF-8 (the lenient form: overlong forms,
+  // surrogates and values above U+10FFFF pass). `badPos` receives the
+  // length on success, the offset of the offending lead byte otherwise.
+  static bool IsUTF8(std::string_view s, size_t* badPos = nullptr);
+
+  // Reports that object counting is not part of this build.
+  static void PrintCounter();
+
+ protected:
+  explicit JsonValue(EJsonValueType type) : fType(type) {}
+  JsonValue(const JsonValue&) = default;
+  JsonValue& operator=(const JsonValue&) = default;
+  ~JsonValue() override = default;
+
+ private:
+  EJsonValueType fType;
+};
+
+bool operator==(const JsonValue& a, const JsonValue& b);
+inline bool operator!=(const JsonValue& a, const JsonValue& b) { return !(a == b); }
+
+class JsonString final : public JsonValue {
+ public:
+  // Bytes that are not valid UTF-8 are never stored: the value becomes the
+  // empty string and `*isValid` reports false. A caller that has already
+  // validated the bytes passes `*isKnownUTF8` true to skip the check.
+  JsonString(const std::string& s, bool* isKnownUTF8 = nullptr, bool* isValid = nullptr);
+  JsonString(std::string&& s, bool* isKnownUTF8 = nullptr, bool* isValid = nullptr);
+  // Trusted bytes, no check; used where the bytes are already known to be valid.
+  struct Trusted {};
+  JsonString(std::string&& s, Trusted) : JsonValue(String), fValue(std::move(s)) {}
+  JsonString(const JsonString&) = default;
+
+  void Get(std::string& out) const { out = fValue; }
+  std::string Get() const { return fValue; }
+  const std::string& Value() const { return fValue; }
+  bool IsEqual(const JsonString& other) const { return fValue == other.fValue; }
+
+  void AppendToString(std::string& out) const override;
+  void AppendToMsgPack(BigEndianWriter* writer) const override;
+
+ private:
+  std::string fValue;
+};
+
+class JsonInteger final : public JsonValue {
+ public:
+  static constexpr long long sMinInt64 = INT64_MIN;
+  static constexpr long long sMaxInt64 = INT64_MAX;
+  static constexpr unsigned long long sMaxUInt64 = UINT64_MAX;
+  static constexpr unsigned long long sMaxUInt64Div10 = UINT64_MAX / 10;
+
+  explicit JsonInteger(long long v) : JsonValue(Integer), fValue(v), fLargeUnsigned(false) {}
+  // The flag follows the value alone; the bool is accepted for callers that
+  // state their intent and is otherwise ignored.
+  JsonInteger(unsigned long long v, bool)
+      : JsonValue(Integer),
+        fValue(static_cast<long long>(v)),
+        fLargeUnsigned(v > static_cast<unsigned long long>(sMaxInt64)) {}
+  JsonInteger(const JsonInteger&) = default;
+
+  long long Get() const { return fLargeUnsigned ? 0 : fValue; }
+  void Get(long long& out) const { out = Get(); }
+  void Get(unsigned long long& out) const {
+    out = fLargeUnsigned ? static_cast<unsigned long long>(fValue)
+                         : (fValue < 0 ? 0 : static_cast<unsigned long long>(fValue));
+  }
+  bool IsLargeUnsigned() const { return fLargeUnsigned; }
+  // The stored 64-bit pattern, whatever its reading.
+  long long RawValue() const { return fValue; }
+  bool IsEqual(const JsonInteger& other) const {
+    return fValue == other.fValue && fLargeUnsigned == other.fLargeUnsigned;
+  }
+
+  void AppendToString(std::string& out) const override;
+  void AppendToMsgPack(BigEndianWriter* writer) const override;
+
+ private:
+  long long fValue;
+  bool fLargeUnsigned;
+};
+
+class JsonReal final : public JsonValue {
+ public:
+  static constexpr double sMax = 1.7976931348623157e308;
+  static constexpr double sLowest = -1.7976931348623157e308;
+  static constexpr double sInfinity = __builtin_huge_val();
+
+  JsonReal(double v, int digits) : JsonValue(Real), fValue(v), fDigits(digits) {}
+  // Keeps the source text and converts it on first read, so a number that is
+  // only passed through is written back exactly as it was read.
+  JsonReal(std::string&& text, int digits)
+      : JsonValue(Real), fValue(0.0), fText(std::move(text)), fDigits(digits) {}
+  JsonReal(const JsonReal&) = default;
+
+  double Get() const {
+    if (!fText.empty()) Settle();
+    return fValue;
+  }
+  void Get(double& out) const { out = Get(); }
+  bool HasPendingText() const { return !fText.empty(); }
+  int Digits() const { return fDigits; }
+  bool IsEqual(const JsonReal& other) const { return Get() == other.Get(); }
+
+  // Decimal text to double. Out-of-range text is retried at long double
+  // precision; what still does not fit a double becomes +infinity, text that
+  // is not a number 0.0. Never throws.
+  static double StrToDouble(const std::string& text);
+
+  void AppendToString(std::string& out) const override;
+  void AppendToMsgPack(BigEndianWriter* writer) const override;
+
+ private:
+  void Settle() const;
+
+  mutable double fValue;
+  mutable std::string fText;
+  int fDigits;
+};
+
+class JsonTrue final : public JsonValue {
+ public:
+  JsonTrue() : JsonValue(True) {}
+  void AppendToString(std::string& out) const override;
+  void AppendToMsgPack(BigEndianWriter* writer) const override;
+};
+
+class JsonFalse final : public JsonValue {
+ public:
+  JsonFalse() : JsonValue(False) {}
+  void AppendToString(std::string& out) const override;
+  void AppendToMsgPack(BigEndianWriter* writer) const override;
+};
+
+class JsonNull final : public JsonValue {
+ public:
+  JsonNull() : JsonValue(Null) {}
+  void AppendToString(std::string& out) const override;
+  void AppendToMsgPack(BigEndianWriter* writer) const override;
+};
+
+// A member position inside an object, for stepping over its members.
+class ObjectStepper {
+ public:
+  bool AtEnd() const { return fIndex >= fEnd; }
+  std::string Key() const;
+  JsonAutoRefPtr<JsonValue> Value() const;
+  ObjectStepper& operator++() {
+    ++fIndex;
+    return *this;
+  }
+
+ private:
+  friend class JsonObject;
+  ObjectStepper(const JsonObject* object, size_t end) : fObject(object), fIndex(0), fEnd(end) {}
+  const JsonObject* fObject;
+  size_t fIndex;
+  size_t fEnd;
+};
+
+// A map from key to value. Members are kept in insertion order; a key that
+// is set again keeps its place and takes the new value. That one order
+// serves both for writing and for hash-order walks, so the two never
+// disagree.
+class JsonObject final : public JsonValue {
+ public:
+  struct Member {
+    std::string key;
+    JsonValue* value;  // owns one reference
+  };
+
+  explicit JsonObject(bool keepOrder);
+  JsonObject(const JsonObject& other);
+  JsonObject& operator=(const JsonObject& other);
+  JsonObject& operator=(JsonObject&& other) noexcept;
+  ~JsonObject() override;
+
+  // Shared inserts; the key is checked for UTF-8 unless `keyIsUTF8`.
+  bool InsertValue(const std::string& key, const JsonAutoRefPtr<JsonValue>& value, bool keyIsUTF8);
+  bool InsertValue(std::string&& key, const JsonAutoRefPtr<JsonValue>& value, bool keyIsUTF8);
+  bool InsertValue(const std::string& key, JsonAutoRefPtr<JsonValue>&& value, bool keyIsUTF8);
+  bool InsertValue(std::string&& key, JsonAutoRefPtr<JsonValue>&& value, bool keyIsUTF8);
+  // Deep-copying insert.
+  bool InsertValue(const std::string& key, const JsonValue& value, bool keyIsUTF8);
+  // No key check. A null value erases the key. Always true: the later
+  // value of a repeated key wins.
+  bool InsertValueWithNonUTF8Key(const std::string& key, const JsonAutoRefPtr<JsonValue>& value);
+  bool InsertValueWithNonUTF8Key(std::string&& key, JsonAutoRefPtr<JsonValue>&& value);
+  bool InsertValueWithNonUTF8Key(const std::string& key, const JsonValue& value);
+  // Adopt the reference that `value` carries; it is released on failure.
+  bool InsertValueInternal(const std::string& key, JsonValue* value, bool keyIsUTF8);
+  bool InsertValueInternal(std::string&& key, JsonValue* value, bool keyIsUTF8);
+  bool InsertValueWithNonUTF8KeyInternal(const std::string& key, JsonValue* value);
+  bool InsertValueWithNonUTF8KeyInternal(std::string&& key, JsonValue* value);
+
+  bool InsertString(const std::string& key, const std::string& value, bool keyIsUTF8 = false,
+                    bool valueIsUTF8 = false);
+  bool InsertString(std::string&& key, std::string&& value, bool keyIsUTF8 = false,
+                    bool valueIsUTF8 = false);
+  bool InsertInteger(const std::string& key, long long value, bool keyIsUTF8 = false);
+  bool InsertInteger(const std::string& key, unsigned long long value, bool keyIsUTF8 = false);
+  bool InsertInteger(const std::string& key, int value, bool keyIsUTF8 = false);
+  bool InsertReal(const std::string& key, double value, bool keyIsUTF8 = false);
+  bool InsertBool(const std::string& key, bool value, bool keyIsUTF8 = false);
+  bool InsertNull(const std::string& key, bool keyIsUTF8 = false);
+
+  bool Erase(const std::string& key);
+  JsonAutoRefPtr<JsonValue> At(const std::string& key) const;
+  bool HasKey(const std::string& key) const { return Find(key) != kNotFound; }
+  size_t Size() const { return fMembers.size(); }
+  bool Empty() const { return fMembers.empty(); }
+  bool KeepsOrder() const { return fKeepOrder; }
+
+  std::string KeyValAsString(const std::string& key) const;
+  long long KeyValAsInteger(const std::string& key) const;
+  double KeyValAsReal(const std::string& key) const;
+  bool KeyValAsBool(const std::string& key) const;
+  JsonAutoRefPtr<JsonObject> KeyValAsObject(const std::string& key) const;
+  JsonAutoRefPtr<JsonArray> KeyValAsArray(const std::string& key) const;
+
+  void ForEach(const std::function<void(const std::string& key,
+                                        const JsonAutoRefPtr<JsonValue>& value)>& fn) const;
+  ObjectStepper StartTraversal() const { return ObjectStepper(this, fMembers.size()); }
+
+  bool IsEqual(const JsonObject& other) const;
+
+  // Direct, read-only access to the members in their order.
+  const std::vector<Member>& Members() const { return fMembers; }
+
+  void AppendToString(std::string& out) const override;
+  void AppendToStringPretty(std::string& out, const std::string& indentUnit,
+                            const std::string& newline, int depth) const override;
+  void AppendToMsgPack(BigEndianWriter* writer) const override;
+  JsonValue* GetSubNode(const std::string& key) override;
+
+  static JsonAutoRefPtr<JsonObject> ReadFromString(const std::string& text, ParserContext* ctx);
+  static JsonAutoRefPtr<JsonObject> ReadFromMsgPack(const std::string& data, ParserContext* ctx);
+  static JsonValue* Parse(const std::string& text, ParserContext& ctx);
+  static JsonValue* ParseFromMsgPack(const char*& cur, const char* end, size_t count,
+                                     ParserContext& ctx);
+
+  // Builds an object from parsed pairs in one go: reserves once, and a
+  // repeated key replaces the earlier value in its place. Adopts the values.
+  void AdoptMembers(Member* first, size_t count);
+
+ private:
+  friend class ObjectStepper;
+  static constexpr size_t kNotFound = SIZE_MAX;
+  size_t Find(std::string_view key) const;
+  void Store(std::string&& key, JsonValue* value);  // adopts value, never null
+  void EraseAt(size_t pos);
+  void RebuildIndex();
+  void IndexInsert(size_t pos);
+  void ClearMembers();
+
+  std::vector<Member> fMembers;
+  // Open-addressing index over fMembers (position + 1, 0 = free), built only
+  // once an object grows past a handful of members.
+  std::vector<uint32_t> fIndex;
+  bool fKeepOrder;
+};
+
+class JsonArray final : public JsonValue {
+ public:
+  static constexpr size_t npos = SIZE_MAX;
+
+  JsonArray() : JsonValue(Array) {}
+  JsonArray(const JsonArray& other);
+  JsonArray& operator=(const JsonArray& other);
+  ~JsonArray() override;
+
+  void AddValue(const JsonAutoRefPtr<JsonValue>& value);
+  void AddValue(JsonAutoRefPtr<JsonValue>&& value);
+  void AddValue(const JsonValue& value);
+  void AddValueInternal(JsonValue* value);
+  void AddString(const std::string& s, bool* added = nullptr, bool isUTF8 = false);
+  void AddString(std::string&& s, bool* added = nullptr, bool isUTF8 = false);
+  void AddInteger(long long v);
+  void AddReal(double v);
+  void AddBool(bool v);
+  void AddNull();
+
+  void InsertValueAtIndex(size_t index, const JsonAutoRefPtr<JsonValue>& value);
+  void SetValueAtIndex(size_t index, const JsonAutoRefPtr<JsonValue>& value);
+  void SetValueAtIndexInternal(size_t index, JsonValue* value);
+  void EraseAtIndex(size_t index);
+  size_t Erase(size_t first, size_t count);
+
+  JsonAutoRefPtr<JsonValue> AtIndex(size_t index) const;
+  std::string AtIndexAsString(size_t index) const;
+  long long AtIndexAsInteger(size_t index) const;
+  double AtIndexAsReal(size_t index) const;
+  bool AtIndexAsBool(size_t index) const;
+  JsonAutoRefPtr<JsonObject> AtIndexAsObject(size_t index) const;
+  JsonAutoRefPtr<JsonArray> AtIndexAsArray(size_t index) const;
+
+  size_t Size() const { return fValues.size(); }
+  bool Empty() const { return fValues.empty(); }
+  const std::vector<JsonValue*>& Values() const { return fValues; }
+
+  void ForEach(
+      const std::function<void(size_t index, const JsonAutoRefPtr<JsonValue>& value)>& fn) const;
+  bool ForEachWithUserData(const std::function<void(size_t index, const JsonValue* value,
+                                                    void* userData, bool& ok,
+                                                    std::string* error)>& fn,
+                           void* userData, std::string* errors) const;
+
+  bool IsEqual(const JsonArray& other) const;
+
+  void AppendToString(std::string& out) const override;
+  void AppendToStringPretty(std::string& out, const std::string& indentUnit,
+                            const std::string& newline, int depth) const override;
+  void AppendToMsgPack(BigEndianWriter* writer) const override;
+  JsonValue* GetSubNode(const std::string& key) override;
+
+  static JsonAutoRefPtr<JsonArray> ReadFromString(const std::string& text, ParserContext* ctx,
+                                                  const JsonCompiledObjectContext* compiled);
+  static JsonAutoRefPtr<JsonArray> ReadFromMsgPack(const std::string& data, ParserContext* ctx,
+                                                   const JsonCompiledObjectContext* compiled);
+  static JsonValue* Parse(const std::string& text, ParserContext& ctx,
+                          const JsonCompiledObjectContext* compiled);
+  static JsonValue* ParseFromMsgPack(const char*& cur, const char* end, size_t count,
+                                     ParserContext& ctx, const JsonCompiledObjectContext* compiled);
+
+  // Takes over parsed elements in one go. Adopts the values.
+  void AdoptValues(JsonValue* const* first, size_t count);
+
+ private:
+  void Append(JsonValue* value);  // adopts, never null
+  std::vector<JsonValue*> fValues;
+};
+
+// The shared key table of compiled objects.
+class JsonCompiledObjectContext {
+ public:
+  static constexpr size_t sMaxIndex = SIZE_MAX;
+
+  // Key flags.
+  static constexpr unsigned short kArrayMask = 0x00F0;
+  static constexpr unsigned short kPlainObject = 0x0100;
+  static constexpr unsigned short kCompiledObject = 0x0200;
+  static constexpr unsigned short kRequired = 0x0400;
+
+  size_t AddKey(const std::string& key, unsigned short flags, JsonCompiledObjectContext* sub);
+  size_t GetIndexForKey(const std::string& key) const;
+  size_t KeyCount() const { return fKeys.size(); }
+  const std::string& Key(size_t index) const { return fKeys[index]; }
+  unsigned short KeyFlags(size_t index) const { return fKeyFlags[index]; }
+  const JsonCompiledObjectContext* SubContext(size_t index) const { return fSubContexts[index]; }
+
+ private:
+  std::vector<std::string> fKeys;
+  std::unordered_map<std::string, size_t> fIndexOfKey;
+  std::vector<unsigned short> fKeyFlags;
+  std::vector<JsonCompiledObjectContext*> fSubContexts;
+};
+
+// An object whose keys are slots of a JsonCompiledObjectContext.
+class JsonCompiledObject final : public JsonValue {
+ public:
+  explicit JsonCompiledObject(const JsonCompiledObjectContext* context);
+  JsonCompiledObject(const JsonCompiledObject& other);
+  JsonCompiledObject& operator=(const JsonCompiledObject& other);
+  ~JsonCompiledObject() override;
+
+  bool InsertValue(size_t index, const JsonAutoRefPtr<JsonValue>& value);
+  bool InsertValue(size_t index, const JsonValue& value);
+  bool InsertValueInternal(size_t index, JsonValue* value);
+  bool InsertString(size_t index, const std::string& value);
+  bool InsertInteger(size_t index, long long value);
+  bool InsertInteger(size_t index, unsigned long long value);
+  bool InsertReal(size_t index, double value);
+  bool InsertBool(size_t index, bool value);
+  bool InsertNull(size_t index);
+
+  JsonAutoRefPtr<JsonValue> At(size_t index) const;
+  JsonAutoRefPtr<JsonValue> At(const std::string& key) const;
+  bool Erase(size_t index);
+  bool Erase(const std::string& key);
+  bool HasKey(const std::string& key) const;
+  bool HasKey(size_t index) const { return index < fSlots.size() && fSlots[index] != nullptr; }
+  std::string KeyName(size_t index) const;
+
+  std::string KeyValAsString(size_t index) const;
+  long long KeyValAsInteger(size_t index) const;
+  double KeyValAsReal(size_t index) const;
+  bool KeyValAsBool(size_t index) const;
+  JsonAutoRefPtr<JsonObject> KeyValAsObject(size_t index) const;
+  JsonAutoRefPtr<JsonCompiledObject> KeyValAsCompObject(size_t index) const;
+  JsonAutoRefPtr<JsonArray> KeyValAsArray(size_t index) const;
+
+  bool Completed() const;
+  size_t Size() const { return fCountFilled; }
+  bool Empty() const { return fCountFilled == 0; }
+  size_t SlotCount() const { return fSlots.size(); }
+  const JsonCompiledObjectContext* Context() const { return fContext; }
+  const std::vector<JsonValue*>& Slots() const { return fSlots; }
+
+  void ForEach(
+      const std::function<void(size_t index, const JsonAutoRefPtr<JsonValue>& value)>& fn) const;
+  bool IsEqual(const JsonCompiledObject& other) const;
+
+  void AppendToString(std::string& out) const override;
+  void AppendToStringPretty(std::string& out, const std::string& indentUnit,
+                            const std::string& newline, int depth) const override;
+  void AppendToMsgPack(BigEndianWriter* writer) const override;
+  JsonValue* GetSubNode(const std::string& key) override;
+
+  static JsonAutoRefPtr<JsonCompiledObject> ReadFromString(
+      const std::string& text, const JsonCompiledObjectContext* compiled, ParserContext* ctx);
+  static JsonAutoRefPtr<JsonCompiledObject> ReadFromMsgPack(
+      const std::string& data, const JsonCompiledObjectContext* compiled, ParserContext* ctx);
+  static JsonValue* Parse(const std::string& text, ParserContext& ctx,
+                          const JsonCompiledObjectContext* compiled);
+  static JsonValue* ParseFromMsgPack(const char*& cur, const char* end, size_t count,
+                                     ParserContext& ctx, const JsonCompiledObjectContext* compiled);
+
+ private:
+  const JsonCompiledObjectContext* fContext;
+  size_t fCountFilled;
+  std::vector<JsonValue*> fSlots;
+};
+
+// Proxies naming one member or element, for reading and assignment. Each
+// captures the value as it was when the proxy was made; assignments store
+// into the container and do not refresh that capture.
+class ObjectRef {
+ public:
+  ObjectRef(JsonObject* object, std::string key);
+  ObjectRef(const ObjectRef& other) = default;
+  const JsonAutoRefPtr<JsonValue>& Value() const { return fValue; }
+  ObjectRef& operator=(const JsonAutoRefPtr<JsonValue>& value);
+  ObjectRef& operator=(const std::string& value);
+  ObjectRef& operator=(long long value);
+  ObjectRef& operator=(unsigned long long value);
+  ObjectRef& operator=(int value);
+  ObjectRef& operator=(double value);
+  ObjectRef& operator=(const ObjectRef& other);
+
+ private:
+  JsonAutoRefPtr<JsonObject> fObject;
+  std::string fKey;
+  JsonAutoRefPtr<JsonValue> fValue;
+};
+
+class ArrayRef {
+ public:
+  ArrayRef(JsonArray* array, size_t index);
+  ArrayRef(const ArrayRef& other) = default;
+  const JsonAutoRefPtr<JsonValue>& Value() const { return fValue; }
+  ArrayRef& operator=(const JsonAutoRefPtr<JsonValue>& value);
+  ArrayRef& operator=(const std::string& value);
+  ArrayRef& operator=(long long value);
+  ArrayRef& operator=(unsigned long long value);
+  ArrayRef& operator=(int value);
+  ArrayRef& operator=(double value);
+  ArrayRef& operator=(const ArrayRef& other);
+
+ private:
+  JsonAutoRefPtr<JsonArray> fArray;
+  size_t fIndex;
+  JsonAutoRefPtr<JsonValue> fValue;
+};
+
+class CompObjectRef {
+ public:
+  CompObjectRef(JsonCompiledObject* object, size_t index);
+  CompObjectRef(const CompObjectRef& other) = default;
+  const JsonAutoRefPtr<JsonValue>& Value() const { return fValue; }
+  CompObjectRef& operator=(const JsonAutoRefPtr<JsonValue>& value);
+  CompObjectRef& operator=(const std::string& value);
+  CompObjectRef& operator=(long long value);
+  CompObjectRef& operator=(unsigned long long value);
+  CompObjectRef& operator=(int value);
+  CompObjectRef& operator=(double value);
+  CompObjectRef& operator=(const CompObjectRef& other);
+
+ private:
+  JsonAutoRefPtr<JsonCompiledObject> fObject;
+  size_t fIndex;
+  JsonAutoRefPtr<JsonValue> fValue;
+};
+
+// A new reference to `value` when it has the named type, else null.
+JsonAutoRefPtr<JsonObject> ConvertToObject(const JsonAutoRefPtr<JsonValue>& value);
+JsonAutoRefPtr<JsonArray> ConvertToArray(const JsonAutoRefPtr<JsonValue>& value);
+JsonAutoRefPtr<JsonCompiledObject> ConvertToCompiledObject(const JsonAutoRefPtr<JsonValue>& value);
+
+// Text helpers shared by the writer and the parser.
+void AppendQuotedString(const std::string& s, std::string& out);
+void AppendQuotedString(std::string_view s, std::string& out);
+void PrettyPrintStartNewLine(std::string& out, const std::string& indentUnit,
+                             const std::string& newline, int depth);
+void AppendUnicodeAsUTF8(std::string& out, unsigned int codePoint);
+bool IsHexDigit(char c, unsigned char& value);
+bool Parse4HexDigits(const std::string& text, ParserContext& ctx, unsigned short& code);
+
+// Decodes the MessagePack string whose type byte `code` was consumed.
+bool ParseStringFromMsgPack(unsigned char code, const char*& cur, const char* end,
+                            ParserContext& ctx, std::string& out);
+
+// Byte order: the library assumes a little-endian host and always swaps.
+inline uint16_t Reverse16(uint16_t v) { return __builtin_bswap16(v); }
+inline uint32_t Reverse32(uint32_t v) { return __builtin_bswap32(v); }
+inline uint64_t Reverse64(uint64_t v) { return __builtin_bswap64(v); }
+inline uint16_t BigEndian16(uint16_t v) { return Reverse16(v); }
+inline uint32_t BigEndian32(uint32_t v) { return Reverse32(v); }
+inline uint64_t BigEndian64(uint64_t v) { return Reverse64(v); }
+
+// The growable byte sink of the MessagePack writer: output goes into a chain
+// of heap blocks whose sizes double, every reservation is contiguous, and
+// Finish copies everything into the caller's string with one reservation.
+class BigEndianWriter {
+ public:
+  explicit BigEndianWriter(std::string* str);
+  ~BigEndianWriter();
+  BigEndianWriter(const BigEndianWriter&) = delete;
+  BigEndianWriter& operator=(const BigEndianWriter&) = delete;
+
+  template <class T>
+  T* Add(size_t n) {
+    char* p = fPosition;
+    if (static_cast<size_t>(fEnd - p) < n) [[unlikely]] {
+      GrowBuffer(n);
+      p = fPosition;
+    }
+    fPosition = p + n;
+    return reinterpret_cast<T*>(p);
+  }
+  void AppendBytes(const char* p, size_t n);
+  void GrowBuffer(size_t needed);
+
+  template <class T>
+  void AddTypeWithCode(unsigned char code, T value) {
+    char* p = Add<char>(1 + sizeof(T));
+    p[0] = static_cast<char>(code);
+    __builtin_memcpy(p + 1, &value, sizeof(T));
+  }
+  void Write8(unsigned char b) { *Add<unsigned char>(1) = b; }
+  void Write8_8(unsigned char code, unsigned char b) {
+    unsigned char* p = Add<unsigned char>(2);
+    p[0] = code;
+    p[1] = b;
+  }
+  void Write8_16(unsigned char code, unsigned short v) {
+    AddTypeWithCode<unsigned short>(code, BigEndian16(v));
+  }
+  void Write8_32(unsigned char code, unsigned int v) {
+    AddTypeWithCode<unsigned int>(code, BigEndian32(v));
+  }
+  void Write8_64(unsigned char code, unsigned long long v) {
+    AddTypeWithCode<unsigned long long>(code, BigEndian64(v));
+  }
+  void AddString(const std::string& s);
+  void AddString(std::string_view s);
+  void SetError() { fOk = false; }
+  bool Ok() const { return fOk; }
+  bool Finish();
+
+ private:
+  std::string* fOut;
+  std::vector<std::pair<char*, size_t>> fRetired;
+  char* fPosition;
+  char* fEnd;
+  char* fStart;
+  uint64_t fBufferSize;
+  uint64_t fRetiredTotal;
+  bool fOk;
+};
