@@ -27,6 +27,7 @@ class JsonArray;
 class JsonCompiledObject;
 class JsonCompiledObjectContext;
 class ObjectStepper;
+class TreeCopier;
 
 // Per-parse state shared by the text parser and the MessagePack reader.
 struct ParserContext {
@@ -329,6 +330,11 @@ class JsonObject final : public JsonValue {
   bool Erase(const std::string& key);
   JsonAutoRefPtr<JsonValue> At(const std::string& key) const;
   bool HasKey(const std::string& key) const { return Find(key) != kNotFound; }
+  // The member's value without a new reference, or null.
+  const JsonValue* Peek(std::string_view key) const {
+    size_t pos = Find(key);
+    return pos == kNotFound ? nullptr : fMembers[pos].value;
+  }
   size_t Size() const { return fMembers.size(); }
   bool Empty() const { return fMembers.empty(); }
   bool KeepsOrder() const { return fKeepOrder; }
@@ -367,6 +373,7 @@ class JsonObject final : public JsonValue {
 
  private:
   friend class ObjectStepper;
+  friend class TreeCopier;
   static constexpr size_t kNotFound = SIZE_MAX;
   size_t Find(std::string_view key) const;
   void Store(std::string&& key, JsonValue* value);  // adopts value, never null
@@ -448,6 +455,7 @@ class JsonArray final : public JsonValue {
   void AdoptValues(JsonValue* const* first, size_t count);
 
  private:
+  friend class TreeCopier;
   void Append(JsonValue* value);  // adopts, never null
   std::vector<JsonValue*> fValues;
 };
@@ -538,6 +546,7 @@ class JsonCompiledObject final : public JsonValue {
                                      ParserContext& ctx, const JsonCompiledObjectContext* compiled);
 
  private:
+  friend class TreeCopier;
   const JsonCompiledObjectContext* fContext;
   size_t fCountFilled;
   std::vector<JsonValue*> fSlots;

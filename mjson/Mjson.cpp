@@ -1,0 +1,1245 @@
+// Values, containers, compiled objects, conversions, deep copy, equality and
+// the release machinery of the JSON value library.
+#include "Mjson.h"
+
+#include <assert.h>
+#include <errno.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include <cmath>
+
+// ---------------------------------------------------------------------------
+// Reference counting
+
+namespace {
+
+// Values whose last reference went away while another value was being
+// deleted. The outermost deletion drains the list, so tearing down a tree
+// never nests destructor calls more than one level deep.
+struct PendingDeletes {
+  std::vector<const JsonUseCounted*> items;
+  bool active = false;
+};
+
+thread_local PendingDeletes tPending;
+
+}  // namespace
+
+void JsonUseCounted::Destroy() const noexcept {
+  PendingDeletes& pending = tPending;
+  if (pending.active) {
+    pending.items.push_back(this);
+    return;
+  }
+  pending.active = true;
+  delete this;
+  while (!pending.items.empty()) {
+    const JsonUseCounted* next = pending.items.back();
+    pending.items.pop_back();
+    delete next;
+  }
+  pending.active = false;
+}
+
+void JsonUseCounted::FailUseCountCheck() noexcept {
+  __assert_fail("fUseCount > 0", "JsonAutoRefPtr", 372, "Release");
+}
+
+// ---------------------------------------------------------------------------
+// JsonValue basics
+
+const char* const JsonValue::fTypeStrings[9] = {"String", "Integer", "Real", "Object",
+                                                "CompiledObject", "Array", "True", "False",
+                                                "Null"};
+
+void JsonValue::AppendToString(std::string&) const {}
+
+JsonValue* JsonValue::GetSubNode(const std::string&) { return nullptr; }
+
+void JsonValue::PrintCounter() {
+  fputs("*** Object counters not activated\n", stdout);
+  fflush(stdout);
+}
+
+JsonString::JsonString(const std::string& s, bool* isKnownUTF8, bool* isValid)
+    : JsonValue(String), fValue(s) {
+  bool valid = (isKnownUTF8 && *isKnownUTF8) || IsUTF8(fValue);
+  if (!valid) fValue.clear();
+  if (isValid) *isValid = valid;
+}
+
+JsonString::JsonString(std::string&& s, bool* isKnownUTF8, bool* isValid)
+    : JsonValue(String), fValue(std::move(s)) {
+  bool valid = (isKnownUTF8 && *isKnownUTF8) || IsUTF8(fValue);
+  if (!valid) fValue.clear();
+  if (isValid) *isValid = valid;
+}
+
+double JsonReal::StrToDouble(const std::string& text) {
+  const char* begin = text.c_str();
+  char* end = nullptr;
+  errno = 0;
+  double value = strtod(begin, &end);
+  if (end == begin) return 0.0;
+  if (errno == ERANGE) {
+    errno = 0;
+    long double wide = strtold(begin, &end);
+    if (errno != ERANGE && wide >= static_cast<long double>(sLowest) &&
+        wide <= static_cast<long double>(sMax))
+      return static_cast<double>(wide);
+    return sInfinity;
+  }
+  return value;
+}
+
+void JsonReal::Settle() const {
+  fValue = StrToDouble(fText);
+  fText.clear();
+  fText.shrink_to_fit();
+}
+
+// ---------------------------------------------------------------------------
+// Conversions
+
+namespace {
+
+// Reads the number at the start of `s`, as the text parser would.
+JsonAutoRefPtr<JsonValue> NumberPrefix(const std::string& s) {
+  ParserContext ctx;
+  return JsonAutoRefPtr<JsonValue>(JsonValue::ParseNumber(s, ctx));
+}
+
+}  // namespace
+
+bool JsonValue::GetAsString(std::string& out) const {
+  if (fType == String) {
+    out = static_cast<const JsonString*>(this)->Value();
+    return true;
+  }
+  out.clear();
+  AppendToString(out);
+  return true;
+}
+
+std::string JsonValue::GetAsString() const {
+  std::string out;
+  GetAsString(out);
+  return out;
+}
+
+bool JsonValue::GetAsInteger(long long& out) const {
+  switch (fType) {
+    case Integer: {
+      auto* i = static_cast<const JsonInteger*>(this);
+      out = i->Get();
+      return !i->IsLargeUnsigned();
+    }
+    case Real: {
+      double v = static_cast<const JsonReal*>(this)->Get();
+      if (v >= static_cast<double>(JsonInteger::sMinInt64) &&
+          v <= static_cast<double>(JsonInteger::sMaxInt64)) {
+        // 2^63 passes the range test, since the largest integer rounds up to
+        // it as a double; it truncates to the value the processor's
+        // conversion gives for it, the most negative integer.
+        out = v >= 9223372036854775807.0 ? JsonInteger::sMinInt64 : static_cast<long long>(v);
+        return true;
+      }
+      out = 0;
+      return false;
+    }
+    case String: {
+      JsonAutoRefPtr<JsonValue> n = NumberPrefix(static_cast<const JsonString*>(this)->Value());
+      if (n) return n->GetAsInteger(out);
+      out = 0;
+      return false;
+    }
+    case True:
+      out = 1;
+      return true;
+    case False:
+      out = 0;
+      return true;
+    default:
+      out = 0;
+      return false;
+  }
+}
+
+long long JsonValue::GetAsInteger() const {
+  if (fType == Integer) return static_cast<const JsonInteger*>(this)->Get();
+  long long out;
+  GetAsInteger(out);
+  return out;
+}
+
+bool JsonValue::GetAsReal(double& out) const {
+  switch (fType) {
+    case Real:
+      out = static_cast<const JsonReal*>(this)->Get();
+      return true;
+    case Integer: {
+      auto* i = static_cast<const JsonInteger*>(this);
+      out = i->IsLargeUnsigned() ? static_cast<double>(static_cast<unsigned long long>(i->RawValue()))
+                                 : static_cast<double>(i->RawValue());
+      return true;
+    }
+    case String: {
+      JsonAutoRefPtr<JsonValue> n = NumberPrefix(static_cast<const JsonString*>(this)->Value());
+      if (n) return n->GetAsReal(out);
+      out = 0.0;
+      return false;
+    }
+    case True:
+      out = 1.0;
+      return true;
+    case False:
+      out = 0.0;
+      return true;
+    default:
+      out = 0.0;
+      return false;
+  }
+}
+
+double JsonValue::GetAsReal() const {
+  if (fType == Real) return static_cast<const JsonReal*>(this)->Get();
+  double out;
+  GetAsReal(out);
+  return out;
+}
+
+bool JsonValue::GetAsBool(bool& out) const {
+  switch (fType) {
+    case True:
+      out = true;
+      return true;
+    case False:
+      out = false;
+      return true;
+    case String:
+      out = !static_cast<const JsonString*>(this)->Value().empty();
+      return true;
+    case Integer: {
+      auto* i = static_cast<const JsonInteger*>(this);
+      out = i->IsLargeUnsigned() || i->RawValue() != 0;
+      return true;
+    }
+    case Real:
+      out = static_cast<const JsonReal*>(this)->Get() != 0.0;
+      return true;
+    default:
+      out = false;
+      return false;
+  }
+}
+
+bool JsonValue::GetAsBool() const {
+  if (fType == True) return true;
+  if (fType == False) return false;
+  bool out;
+  GetAsBool(out);
+  return out;
+}
+
+// ---------------------------------------------------------------------------
+// Deep copy, without recursion over the depth of the tree
+
+namespace {
+
+bool IsContainer(const JsonValue* v) {
+  auto t = v->Type();
+  return t == JsonValue::Object || t == JsonValue::Array || t == JsonValue::CompiledObject;
+}
+
+}  // namespace
+
+// Copies the children of `src` into the empty container `dst` (of the same
+// type), and the children's children, breadth being driven by an explicit
+// stack instead of the call stack.
+class TreeCopier {
+ public:
+  static void CopyChildren(JsonValue* dst, const JsonValue* src) {
+    struct Frame {
+      JsonValue* dst;
+      const JsonValue* src;
+      size_t next;
+    };
+    std::vector<Frame> stack;
+    stack.push_back({dst, src, 0});
+    while (!stack.empty()) {
+      Frame& f = stack.back();
+      const JsonValue* child = nullptr;
+      JsonValue* copy = nullptr;
+      switch (f.src->Type()) {
+        case JsonValue::Object: {
+          auto* s = static_cast<const JsonObject*>(f.src);
+          auto* d = static_cast<JsonObject*>(f.dst);
+          if (f.next == s->fMembers.size()) {
+            d->fIndex = s->fIndex;  // same keys in the same places
+            stack.pop_back();
+            continue;
+          }
+          const JsonObject::Member& m = s->fMembers[f.next++];
+          child = m.value;
+          copy = ShallowCopy(*child);
+          d->fMembers.push_back({m.key, copy});
+          break;
+        }
+        case JsonValue::Array: {
+          auto* s = static_cast<const JsonArray*>(f.src);
+          auto* d = static_cast<JsonArray*>(f.dst);
+          if (f.next == s->fValues.size()) {
+            stack.pop_back();
+            continue;
+          }
+          child = s->fValues[f.next++];
+          copy = ShallowCopy(*child);
+          d->fValues.push_back(copy);
+          break;
+        }
+        default: {  // CompiledObject
+          auto* s = static_cast<const JsonCompiledObject*>(f.src);
+          auto* d = static_cast<JsonCompiledObject*>(f.dst);
+          while (f.next < s->fSlots.size() && !s->fSlots[f.next]) ++f.next;
+          if (f.next >= s->fSlots.size()) {
+            stack.pop_back();
+            continue;
+          }
+          size_t i = f.next++;
+          child = s->fSlots[i];
+          copy = ShallowCopy(*child);
+          d->fSlots[i] = copy;
+          break;
+        }
+      }
+      if (IsContainer(child)) stack.push_back({copy, child, 0});
+    }
+  }
+
+  // A copy of `v` with all its own fields but none of its children.
+  static JsonValue* ShallowCopy(const JsonValue& v);
+};
+
+JsonValue* TreeCopier::ShallowCopy(const JsonValue& v) {
+  switch (v.Type()) {
+    case JsonValue::String:
+      return new JsonString(static_cast<const JsonString&>(v));
+    case JsonValue::Integer:
+      return new JsonInteger(static_cast<const JsonInteger&>(v));
+    case JsonValue::Real:
+      return new JsonReal(static_cast<const JsonReal&>(v));
+    case JsonValue::Object: {
+      auto& o = static_cast<const JsonObject&>(v);
+      auto* copy = new JsonObject(o.KeepsOrder());
+      copy->fMembers.reserve(o.Size());
+      return copy;
+    }
+    case JsonValue::CompiledObject: {
+      auto& o = static_cast<const JsonCompiledObject&>(v);
+      auto* copy = new JsonCompiledObject(o.Context());
+      copy->fSlots.assign(o.SlotCount(), nullptr);
+      copy->fCountFilled = o.fCountFilled;
+      return copy;
+    }
+    case JsonValue::Array: {
+      auto* copy = new JsonArray();
+      copy->fValues.reserve(static_cast<const JsonArray&>(v).Size());
+      return copy;
+    }
+    case JsonValue::True:
+      return new JsonTrue();
+    case JsonValue::False:
+      return new JsonFalse();
+    default:
+      return new JsonNull();
+  }
+}
+
+JsonValue* JsonValue::CopyNoARefPtr(const JsonValue& value) {
+  JsonValue* copy = TreeCopier::ShallowCopy(value);
+  if (IsContainer(copy)) TreeCopier::CopyChildren(copy, &value);
+  return copy;
+}
+
+JsonAutoRefPtr<JsonValue> JsonValue::Copy(const JsonValue& value) {
+  return JsonAutoRefPtr<JsonValue>(CopyNoARefPtr(value));
+}
+
+// ---------------------------------------------------------------------------
+// Equality, without recursion over the depth of the trees
+
+bool operator==(const JsonValue& a, const JsonValue& b) {
+  std::vector<std::pair<const JsonValue*, const JsonValue*>> pending;
+  pending.emplace_back(&a, &b);
+  while (!pending.empty()) {
+    auto [x, y] = pending.back();
+    pending.pop_back();
+    if (x == y) continue;
+    if (!x || !y) return false;
+    if (x->Type() != y->Type()) return false;
+    switch (x->Type()) {
+      case JsonValue::String:
+        if (!static_cast<const JsonString*>(x)->IsEqual(*static_cast<const JsonString*>(y)))
+          return false;
+        break;
+      case JsonValue::Integer:
+        if (!static_cast<const JsonInteger*>(x)->IsEqual(*static_cast<const JsonInteger*>(y)))
+          return false;
+        break;
+      case JsonValue::Real:
+        if (!static_cast<const JsonReal*>(x)->IsEqual(*static_cast<const JsonReal*>(y)))
+          return false;
+        break;
+      case JsonValue::Object: {
+        auto* ox = static_cast<const JsonObject*>(x);
+        auto* oy = static_cast<const JsonObject*>(y);
+        if (ox->Size() != oy->Size()) return false;
+        for (const JsonObject::Member& m : ox->Members()) {
+          const JsonValue* other = oy->Peek(m.key);
+          if (!other) return false;
+          pending.emplace_back(m.value, other);
+        }
+        break;
+      }
+      case JsonValue::Array: {
+        auto& vx = static_cast<const JsonArray*>(x)->Values();
+        auto& vy = static_cast<const JsonArray*>(y)->Values();
+        if (vx.size() != vy.size()) return false;
+        for (size_t i = 0; i < vx.size(); ++i) pending.emplace_back(vx[i], vy[i]);
+        break;
+      }
+      case JsonValue::CompiledObject: {
+        auto* cx = static_cast<const JsonCompiledObject*>(x);
+        auto* cy = static_cast<const JsonCompiledObject*>(y);
+        if (cx->Context() != cy->Context() || cx->SlotCount() != cy->SlotCount()) return false;
+        for (size_t i = 0; i < cx->SlotCount(); ++i) {
+          const JsonValue* sx = cx->Slots()[i];
+          const JsonValue* sy = cy->Slots()[i];
+          if (!sx && !sy) continue;
+          pending.emplace_back(sx, sy);
+        }
+        break;
+      }
+      default:  // literals of one type are always equal
+        break;
+    }
+  }
+  return true;
+}
+
+// ---------------------------------------------------------------------------
+// JsonObject
+
+namespace {
+
+constexpr size_t kIndexThreshold = 8;
+
+inline uint64_t HashBytes(const char* p, size_t n) {
+  // Multiply-mix over 8-byte words: fast for the short keys of real
+  // documents, and good enough spread for an open-addressing table.
+  uint64_t h = 0x9E3779B97F4A7C15ull ^ (n * 0xC2B2AE3D27D4EB4Full);
+  while (n >= 8) {
+    uint64_t w;
+    memcpy(&w, p, 8);
+    h = (h ^ w) * 0xFF51AFD7ED558CCDull;
+    h ^= h >> 32;
+    p += 8;
+    n -= 8;
+  }
+  uint64_t w = 0;
+  memcpy(&w, p, n);
+  h = (h ^ w) * 0xC4CEB9FE1A85EC53ull;
+  h ^= h >> 29;
+  return h;
+}
+
+inline bool SameKey(const std::string& a, std::string_view b) {
+  return a.size() == b.size() && memcmp(a.data(), b.data(), b.size()) == 0;
+}
+
+}  // namespace
+
+JsonObject::JsonObject(bool keepOrder) : JsonValue(Object), fKeepOrder(keepOrder) {}
+
+JsonObject::JsonObject(const JsonObject& other) : JsonValue(other), fKeepOrder(other.fKeepOrder) {
+  fMembers.reserve(other.fMembers.size());
+  TreeCopier::CopyChildren(this, &other);
+}
+
+JsonObject& JsonObject::operator=(const JsonObject& other) {
+  if (this == &other) return *this;
+  JsonObject copy(other);
+  *this = std::move(copy);
+  return *this;
+}
+
+JsonObject& JsonObject::operator=(JsonObject&& other) noexcept {
+  if (this == &other) return *this;
+  ClearMembers();
+  fMembers = std::move(other.fMembers);
+  fIndex = std::move(other.fIndex);
+  fKeepOrder = other.fKeepOrder;
+  other.fMembers.clear();
+  other.fIndex.clear();
+  return *this;
+}
+
+JsonObject::~JsonObject() { ClearMembers(); }
+
+void JsonObject::ClearMembers() {
+  for (Member& m : fMembers) m.value->Release();
+  fMembers.clear();
+  fIndex.clear();
+}
+
+size_t JsonObject::Find(std::string_view key) const {
+  if (fIndex.empty()) {
+    for (size_t i = 0; i < fMembers.size(); ++i)
+      if (SameKey(fMembers[i].key, key)) return i;
+    return kNotFound;
+  }
+  size_t mask = fIndex.size() - 1;
+  for (size_t slot = HashBytes(key.data(), key.size()) & mask;; slot = (slot + 1) & mask) {
+    uint32_t e = fIndex[slot];
+    if (e == 0) return kNotFound;
+    if (SameKey(fMembers[e - 1].key, key)) return e - 1;
+  }
+}
+
+void JsonObject::RebuildIndex() {
+  if (fMembers.size() <= kIndexThreshold) {
+    fIndex.clear();
+    return;
+  }
+  size_t capacity = 16;
+  size_t wanted = std::max(fMembers.size(), fMembers.capacity());
+  while (capacity < wanted * 2) capacity *= 2;
+  fIndex.assign(capacity, 0);
+  size_t mask = capacity - 1;
+  for (size_t i = 0; i < fMembers.size(); ++i) {
+    const std::string& k = fMembers[i].key;
+    size_t slot = HashBytes(k.data(), k.size()) & mask;
+    while (fIndex[slot]) slot = (slot + 1) & mask;
+    fIndex[slot] = static_cast<uint32_t>(i + 1);
+  }
+}
+
+void JsonObject::IndexInsert(size_t pos) {
+  if (fIndex.empty() || (fMembers.size() * 2 > fIndex.size())) {
+    RebuildIndex();
+    return;
+  }
+  size_t mask = fIndex.size() - 1;
+  const std::string& k = fMembers[pos].key;
+  size_t slot = HashBytes(k.data(), k.size()) & mask;
+  while (fIndex[slot]) slot = (slot + 1) & mask;
+  fIndex[slot] = static_cast<uint32_t>(pos + 1);
+}
+
+void JsonObject::Store(std::string&& key, JsonValue* value) {
+  size_t pos = Find(key);
+  if (pos != kNotFound) {
+    JsonValue* old = fMembers[pos].value;
+    fMembers[pos].value = value;
+    old->Release();
+    return;
+  }
+  fMembers.push_back({std::move(key), value});
+  if (fMembers.size() > kIndexThreshold) IndexInsert(fMembers.size() - 1);
+}
+
+void JsonObject::EraseAt(size_t pos) {
+  JsonValue* old = fMembers[pos].value;
+  fMembers.erase(fMembers.begin() + static_cast<ptrdiff_t>(pos));
+  if (!fIndex.empty()) RebuildIndex();
+  old->Release();
+}
+
+void JsonObject::AdoptMembers(Member* first, size_t count) {
+  fMembers.reserve(fMembers.size() + count);
+  for (size_t i = 0; i < count; ++i) Store(std::move(first[i].key), first[i].value);
+}
+
+bool JsonObject::InsertValueWithNonUTF8KeyInternal(std::string&& key, JsonValue* value) {
+  if (!value) {
+    Erase(key);
+    return true;
+  }
+  Store(std::move(key), value);
+  return true;
+}
+
+bool JsonObject::InsertValueWithNonUTF8KeyInternal(const std::string& key, JsonValue* value) {
+  return InsertValueWithNonUTF8KeyInternal(std::string(key), value);
+}
+
+bool JsonObject::InsertValueInternal(std::string&& key, JsonValue* value, bool keyIsUTF8) {
+  if (!keyIsUTF8 && !IsUTF8(key)) {
+    if (value) value->Release();
+    return false;
+  }
+  return InsertValueWithNonUTF8KeyInternal(std::move(key), value);
+}
+
+bool JsonObject::InsertValueInternal(const std::string& key, JsonValue* value, bool keyIsUTF8) {
+  if (!keyIsUTF8 && !IsUTF8(key)) {
+    if (value) value->Release();
+    return false;
+  }
+  return InsertValueWithNonUTF8KeyInternal(std::string(key), value);
+}
+
+namespace {
+inline JsonValue* Share(const JsonAutoRefPtr<JsonValue>& v) {
+  if (v) v->AddRef();
+  return v.get();
+}
+}  // namespace
+
+bool JsonObject::InsertValue(const std::string& key, const JsonAutoRefPtr<JsonValue>& value,
+                             bool keyIsUTF8) {
+  if (!keyIsUTF8 && !IsUTF8(key)) return false;
+  return InsertValueWithNonUTF8KeyInternal(std::string(key), Share(value));
+}
+
+bool JsonObject::InsertValue(std::string&& key, const JsonAutoRefPtr<JsonValue>& value,
+                             bool keyIsUTF8) {
+  if (!keyIsUTF8 && !IsUTF8(key)) return false;
+  return InsertValueWithNonUTF8KeyInternal(std::move(key), Share(value));
+}
+
+bool JsonObject::InsertValue(const std::string& key, JsonAutoRefPtr<JsonValue>&& value,
+                             bool keyIsUTF8) {
+  if (!keyIsUTF8 && !IsUTF8(key)) return false;
+  return InsertValueWithNonUTF8KeyInternal(std::string(key), value.release());
+}
+
+bool JsonObject::InsertValue(std::string&& key, JsonAutoRefPtr<JsonValue>&& value,
+                             bool keyIsUTF8) {
+  if (!keyIsUTF8 && !IsUTF8(key)) return false;
+  return InsertValueWithNonUTF8KeyInternal(std::move(key), value.release());
+}
+
+bool JsonObject::InsertValue(const std::string& key, const JsonValue& value, bool keyIsUTF8) {
+  if (!keyIsUTF8 && !IsUTF8(key)) return false;
+  return InsertValueWithNonUTF8KeyInternal(std::string(key), CopyNoARefPtr(value));
+}
+
+bool JsonObject::InsertValueWithNonUTF8Key(const std::string& key,
+                                           const JsonAutoRefPtr<JsonValue>& value) {
+  return InsertValueWithNonUTF8KeyInternal(std::string(key), Share(value));
+}
+
+bool JsonObject::InsertValueWithNonUTF8Key(std::string&& key, JsonAutoRefPtr<JsonValue>&& value) {
+  return InsertValueWithNonUTF8KeyInternal(std::move(key), value.release());
+}
+
+bool JsonObject::InsertValueWithNonUTF8Key(const std::string& key, const JsonValue& value) {
+  return InsertValueWithNonUTF8KeyInternal(std::string(key), CopyNoARefPtr(value));
+}
+
+bool JsonObject::InsertString(const std::string& key, const std::string& value, bool keyIsUTF8,
+                              bool valueIsUTF8) {
+  if (!keyIsUTF8 && !IsUTF8(key)) return false;
+  if (!valueIsUTF8 && !IsUTF8(value)) return false;
+  return InsertValueWithNonUTF8KeyInternal(std::string(key),
+                                           new JsonString(std::string(value), JsonString::Trusted{}));
+}
+
+bool JsonObject::InsertString(std::string&& key, std::string&& value, bool keyIsUTF8,
+                              bool valueIsUTF8) {
+  if (!keyIsUTF8 && !IsUTF8(key)) return false;
+  if (!valueIsUTF8 && !IsUTF8(value)) return false;
+  return InsertValueWithNonUTF8KeyInternal(std::move(key),
+                                           new JsonString(std::move(value), JsonString::Trusted{}));
+}
+
+bool JsonObject::InsertInteger(const std::string& key, long long value, bool keyIsUTF8) {
+  return InsertValueInternal(key, new JsonInteger(value), keyIsUTF8);
+}
+
+bool JsonObject::InsertInteger(const std::string& key, unsigned long long value, bool keyIsUTF8) {
+  return InsertValueInternal(key, new JsonInteger(value, true), keyIsUTF8);
+}
+
+bool JsonObject::InsertInteger(const std::string& key, int value, bool keyIsUTF8) {
+  return InsertValueInternal(key, new JsonInteger(static_cast<long long>(value)), keyIsUTF8);
+}
+
+bool JsonObject::InsertReal(const std::string& key, double value, bool keyIsUTF8) {
+  return InsertValueInternal(key, new JsonReal(value, 0), keyIsUTF8);
+}
+
+bool JsonObject::InsertBool(const std::string& key, bool value, bool keyIsUTF8) {
+  return InsertValueInternal(
+      key, value ? static_cast<JsonValue*>(new JsonTrue()) : new JsonFalse(), keyIsUTF8);
+}
+
+bool JsonObject::InsertNull(const std::string& key, bool keyIsUTF8) {
+  return InsertValueInternal(key, new JsonNull(), keyIsUTF8);
+}
+
+bool JsonObject::Erase(const std::string& key) {
+  size_t pos = Find(key);
+  if (pos == kNotFound) return false;
+  EraseAt(pos);
+  return true;
+}
+
+JsonAutoRefPtr<JsonValue> JsonObject::At(const std::string& key) const {
+  size_t pos = Find(key);
+  if (pos == kNotFound) return {};
+  JsonValue* v = fMembers[pos].value;
+  v->AddRef();
+  return JsonAutoRefPtr<JsonValue>(v);
+}
+
+JsonValue* JsonObject::GetSubNode(const std::string& key) {
+  size_t pos = Find(key);
+  return pos == kNotFound ? nullptr : fMembers[pos].value;
+}
+
+std::string JsonObject::KeyValAsString(const std::string& key) const {
+  size_t pos = Find(key);
+  return pos == kNotFound ? std::string() : fMembers[pos].value->GetAsString();
+}
+
+long long JsonObject::KeyValAsInteger(const std::string& key) const {
+  size_t pos = Find(key);
+  return pos == kNotFound ? 0 : fMembers[pos].value->GetAsInteger();
+}
+
+double JsonObject::KeyValAsReal(const std::string& key) const {
+  size_t pos = Find(key);
+  return pos == kNotFound ? 0.0 : fMembers[pos].value->GetAsReal();
+}
+
+bool JsonObject::KeyValAsBool(const std::string& key) const {
+  size_t pos = Find(key);
+  return pos == kNotFound ? false : fMembers[pos].value->GetAsBool();
+}
+
+JsonAutoRefPtr<JsonObject> JsonObject::KeyValAsObject(const std::string& key) const {
+  return ConvertToObject(At(key));
+}
+
+JsonAutoRefPtr<JsonArray> JsonObject::KeyValAsArray(const std::string& key) const {
+  return ConvertToArray(At(key));
+}
+
+void JsonObject::ForEach(
+    const std::function<void(const std::string&, const JsonAutoRefPtr<JsonValue>&)>& fn) const {
+  if (!fn) return;
+  for (size_t i = 0; i < fMembers.size(); ++i) {
+    JsonAutoRefPtr<JsonValue> v(fMembers[i].value);
+    v->AddRef();
+    fn(fMembers[i].key, v);
+  }
+}
+
+bool JsonObject::IsEqual(const JsonObject& other) const {
+  return static_cast<const JsonValue&>(*this) == static_cast<const JsonValue&>(other);
+}
+
+std::string ObjectStepper::Key() const { return fObject->fMembers[fIndex].key; }
+
+JsonAutoRefPtr<JsonValue> ObjectStepper::Value() const {
+  JsonValue* v = fObject->fMembers[fIndex].value;
+  if (!v) return JsonAutoRefPtr<JsonValue>(new JsonNull());
+  v->AddRef();
+  return JsonAutoRefPtr<JsonValue>(v);
+}
+
+// ---------------------------------------------------------------------------
+// JsonArray
+
+JsonArray::JsonArray(const JsonArray& other) : JsonValue(other) {
+  fValues.reserve(other.fValues.size());
+  TreeCopier::CopyChildren(this, &other);
+}
+
+JsonArray& JsonArray::operator=(const JsonArray& other) {
+  if (this == &other) return *this;
+  JsonArray copy(other);
+  for (JsonValue* v : fValues) v->Release();
+  fValues = std::move(copy.fValues);
+  copy.fValues.clear();
+  return *this;
+}
+
+JsonArray::~JsonArray() {
+  for (JsonValue* v : fValues)
+    if (v) v->Release();
+}
+
+void JsonArray::Append(JsonValue* value) { fValues.push_back(value); }
+
+void JsonArray::AdoptValues(JsonValue* const* first, size_t count) {
+  fValues.insert(fValues.end(), first, first + count);
+}
+
+void JsonArray::AddValue(const JsonAutoRefPtr<JsonValue>& value) {
+  if (value) Append(Share(value));
+}
+
+void JsonArray::AddValue(JsonAutoRefPtr<JsonValue>&& value) {
+  if (value) Append(value.release());
+}
+
+void JsonArray::AddValue(const JsonValue& value) { Append(CopyNoARefPtr(value)); }
+
+void JsonArray::AddValueInternal(JsonValue* value) {
+  if (value) Append(value);
+}
+
+void JsonArray::AddString(const std::string& s, bool* added, bool isUTF8) {
+  AddString(std::string(s), added, isUTF8);
+}
+
+void JsonArray::AddString(std::string&& s, bool* added, bool isUTF8) {
+  bool ok = isUTF8 || IsUTF8(s);
+  if (added) *added = ok;
+  if (ok) Append(new JsonString(std::move(s), JsonString::Trusted{}));
+}
+
+void JsonArray::AddInteger(long long v) { Append(new JsonInteger(v)); }
+void JsonArray::AddReal(double v) { Append(new JsonReal(v, 0)); }
+void JsonArray::AddBool(bool v) {
+  Append(v ? static_cast<JsonValue*>(new JsonTrue()) : new JsonFalse());
+}
+void JsonArray::AddNull() { Append(new JsonNull()); }
+
+void JsonArray::InsertValueAtIndex(size_t index, const JsonAutoRefPtr<JsonValue>& value) {
+  // Appending is AddValue's job; an index at or past the end does nothing.
+  if (!value || index >= fValues.size()) return;
+  fValues.insert(fValues.begin() + static_cast<ptrdiff_t>(index), Share(value));
+}
+
+void JsonArray::SetValueAtIndexInternal(size_t index, JsonValue* value) {
+  if (index >= fValues.size()) {
+    if (value) value->Release();
+    return;
+  }
+  JsonValue* old = fValues[index];
+  if (value) {
+    fValues[index] = value;
+  } else if (index + 1 == fValues.size()) {
+    fValues.pop_back();
+  } else {
+    fValues[index] = new JsonNull();
+  }
+  if (old) old->Release();
+}
+
+void JsonArray::SetValueAtIndex(size_t index, const JsonAutoRefPtr<JsonValue>& value) {
+  if (index >= fValues.size()) return;
+  SetValueAtIndexInternal(index, Share(value));
+}
+
+void JsonArray::EraseAtIndex(size_t index) { Erase(index, 1); }
+
+size_t JsonArray::Erase(size_t first, size_t count) {
+  if (first >= fValues.size() || first >= 9223372036854775807ull) return 0;
+  size_t n = std::min(count, fValues.size() - first);
+  std::vector<JsonValue*> removed(fValues.begin() + static_cast<ptrdiff_t>(first),
+                                  fValues.begin() + static_cast<ptrdiff_t>(first + n));
+  fValues.erase(fValues.begin() + static_cast<ptrdiff_t>(first),
+                fValues.begin() + static_cast<ptrdiff_t>(first + n));
+  for (JsonValue* v : removed)
+    if (v) v->Release();
+  return n;
+}
+
+JsonAutoRefPtr<JsonValue> JsonArray::AtIndex(size_t index) const {
+  if (index >= fValues.size() || !fValues[index]) return {};
+  fValues[index]->AddRef();
+  return JsonAutoRefPtr<JsonValue>(fValues[index]);
+}
+
+JsonValue* JsonArray::GetSubNode(const std::string& key) {
+  if (key.empty() || key[0] < '0' || key[0] > '9') return nullptr;
+  size_t index = strtoull(key.c_str(), nullptr, 10);
+  return index < fValues.size() ? fValues[index] : nullptr;
+}
+
+std::string JsonArray::AtIndexAsString(size_t index) const {
+  return index < fValues.size() && fValues[index] ? fValues[index]->GetAsString() : std::string();
+}
+
+long long JsonArray::AtIndexAsInteger(size_t index) const {
+  return index < fValues.size() && fValues[index] ? fValues[index]->GetAsInteger() : 0;
+}
+
+double JsonArray::AtIndexAsReal(size_t index) const {
+  return index < fValues.size() && fValues[index] ? fValues[index]->GetAsReal() : 0.0;
+}
+
+bool JsonArray::AtIndexAsBool(size_t index) const {
+  return index < fValues.size() && fValues[index] ? fValues[index]->GetAsBool() : false;
+}
+
+JsonAutoRefPtr<JsonObject> JsonArray::AtIndexAsObject(size_t index) const {
+  return ConvertToObject(AtIndex(index));
+}
+
+JsonAutoRefPtr<JsonArray> JsonArray::AtIndexAsArray(size_t index) const {
+  return ConvertToArray(AtIndex(index));
+}
+
+void JsonArray::ForEach(
+    const std::function<void(size_t, const JsonAutoRefPtr<JsonValue>&)>& fn) const {
+  if (!fn) return;
+  for (size_t i = 0; i < fValues.size(); ++i) {
+    JsonAutoRefPtr<JsonValue> v(fValues[i]);
+    if (v) v->AddRef();
+    fn(i, v);
+  }
+}
+
+bool JsonArray::ForEachWithUserData(
+    const std::function<void(size_t, const JsonValue*, void*, bool&, std::string*)>& fn,
+    void* userData, std::string* errors) const {
+  bool ok = true;
+  size_t recorded = 0;
+  for (size_t i = 0; i < fValues.size(); ++i) {
+    std::string error;
+    fn(i, fValues[i], userData, ok, &error);
+    if (!error.empty() && errors && recorded < 20) {
+      if (!errors->empty()) errors->append(", ");
+      errors->append("Item '").append(std::to_string(i + 1)).append("' has error '");
+      errors->append(error).append("'");
+      ++recorded;
+    }
+  }
+  return ok;
+}
+
+bool JsonArray::IsEqual(const JsonArray& other) const {
+  return static_cast<const JsonValue&>(*this) == static_cast<const JsonValue&>(other);
+}
+
+// ---------------------------------------------------------------------------
+// Compiled objects
+
+size_t JsonCompiledObjectContext::AddKey(const std::string& key, unsigned short flags,
+                                         JsonCompiledObjectContext* sub) {
+  auto it = fIndexOfKey.find(key);
+  if (it != fIndexOfKey.end()) return it->second;
+  // A nested compiled object without a key table can only be kept as a
+  // plain object.
+  if ((flags & kCompiledObject) && !sub) flags = (flags & ~kCompiledObject) | kPlainObject;
+  size_t index = fKeys.size();
+  fKeys.push_back(key);
+  fKeyFlags.push_back(flags);
+  fSubContexts.push_back(sub);
+  fIndexOfKey.emplace(key, index);
+  return index;
+}
+
+size_t JsonCompiledObjectContext::GetIndexForKey(const std::string& key) const {
+  auto it = fIndexOfKey.find(key);
+  return it == fIndexOfKey.end() ? sMaxIndex : it->second;
+}
+
+JsonCompiledObject::JsonCompiledObject(const JsonCompiledObjectContext* context)
+    : JsonValue(CompiledObject),
+      fContext(context),
+      fCountFilled(0),
+      fSlots(context ? context->KeyCount() : 0, nullptr) {}
+
+JsonCompiledObject::JsonCompiledObject(const JsonCompiledObject& other)
+    : JsonValue(other),
+      fContext(other.fContext),
+      fCountFilled(other.fCountFilled),
+      fSlots(other.fSlots.size(), nullptr) {
+  TreeCopier::CopyChildren(this, &other);
+}
+
+JsonCompiledObject& JsonCompiledObject::operator=(const JsonCompiledObject& other) {
+  if (this == &other) return *this;
+  JsonCompiledObject copy(other);
+  for (JsonValue* v : fSlots)
+    if (v) v->Release();
+  fContext = copy.fContext;
+  fCountFilled = copy.fCountFilled;
+  fSlots = std::move(copy.fSlots);
+  copy.fSlots.clear();
+  return *this;
+}
+
+JsonCompiledObject::~JsonCompiledObject() {
+  for (JsonValue* v : fSlots)
+    if (v) v->Release();
+}
+
+bool JsonCompiledObject::InsertValueInternal(size_t index, JsonValue* value) {
+  if (index >= fSlots.size()) {
+    if (value) value->Release();
+    return false;
+  }
+  JsonValue* old = fSlots[index];
+  fSlots[index] = value;
+  if (value) ++fCountFilled;
+  if (old) {
+    old->Release();
+    --fCountFilled;
+  }
+  return true;
+}
+
+bool JsonCompiledObject::InsertValue(size_t index, const JsonAutoRefPtr<JsonValue>& value) {
+  if (index >= fSlots.size()) return false;
+  return InsertValueInternal(index, Share(value));
+}
+
+bool JsonCompiledObject::InsertValue(size_t index, const JsonValue& value) {
+  if (index >= fSlots.size()) return false;
+  return InsertValueInternal(index, CopyNoARefPtr(value));
+}
+
+bool JsonCompiledObject::InsertString(size_t index, const std::string& value) {
+  if (!IsUTF8(value)) return false;
+  return InsertValueInternal(index, new JsonString(std::string(value), JsonString::Trusted{}));
+}
+
+bool JsonCompiledObject::InsertInteger(size_t index, long long value) {
+  return InsertValueInternal(index, new JsonInteger(value));
+}
+
+bool JsonCompiledObject::InsertInteger(size_t index, unsigned long long value) {
+  return InsertValueInternal(index, new JsonInteger(value, true));
+}
+
+bool JsonCompiledObject::InsertReal(size_t index, double value) {
+  return InsertValueInternal(index, new JsonReal(value, 0));
+}
+
+bool JsonCompiledObject::InsertBool(size_t index, bool value) {
+  return InsertValueInternal(index,
+                             value ? static_cast<JsonValue*>(new JsonTrue()) : new JsonFalse());
+}
+
+bool JsonCompiledObject::InsertNull(size_t index) { return InsertValueInternal(index, new JsonNull()); }
+
+JsonAutoRefPtr<JsonValue> JsonCompiledObject::At(size_t index) const {
+  if (index >= fSlots.size() || !fSlots[index]) return {};
+  fSlots[index]->AddRef();
+  return JsonAutoRefPtr<JsonValue>(fSlots[index]);
+}
+
+JsonAutoRefPtr<JsonValue> JsonCompiledObject::At(const std::string& key) const {
+  if (!fContext) return {};
+  return At(fContext->GetIndexForKey(key));
+}
+
+bool JsonCompiledObject::Erase(size_t index) {
+  if (index >= fSlots.size() || !fSlots[index]) return false;
+  JsonValue* old = fSlots[index];
+  fSlots[index] = nullptr;
+  // The filled count is deliberately left as it was.
+  old->Release();
+  return true;
+}
+
+bool JsonCompiledObject::Erase(const std::string& key) {
+  if (!fContext) return false;
+  return Erase(fContext->GetIndexForKey(key));
+}
+
+bool JsonCompiledObject::HasKey(const std::string& key) const {
+  if (!fContext) return false;
+  return HasKey(fContext->GetIndexForKey(key));
+}
+
+std::string JsonCompiledObject::KeyName(size_t index) const {
+  if (!fContext || index >= fSlots.size()) return std::string();
+  return fContext->Key(index);
+}
+
+std::string JsonCompiledObject::KeyValAsString(size_t index) const {
+  return HasKey(index) ? fSlots[index]->GetAsString() : std::string();
+}
+
+long long JsonCompiledObject::KeyValAsInteger(size_t index) const {
+  return HasKey(index) ? fSlots[index]->GetAsInteger() : 0;
+}
+
+double JsonCompiledObject::KeyValAsReal(size_t index) const {
+  return HasKey(index) ? fSlots[index]->GetAsReal() : 0.0;
+}
+
+bool JsonCompiledObject::KeyValAsBool(size_t index) const {
+  return HasKey(index) ? fSlots[index]->GetAsBool() : false;
+}
+
+JsonAutoRefPtr<JsonObject> JsonCompiledObject::KeyValAsObject(size_t index) const {
+  return ConvertToObject(At(index));
+}
+
+JsonAutoRefPtr<JsonCompiledObject> JsonCompiledObject::KeyValAsCompObject(size_t index) const {
+  return ConvertToCompiledObject(At(index));
+}
+
+JsonAutoRefPtr<JsonArray> JsonCompiledObject::KeyValAsArray(size_t index) const {
+  return ConvertToArray(At(index));
+}
+
+bool JsonCompiledObject::Completed() const {
+  if (!fContext) return true;
+  for (size_t i = 0; i < fSlots.size(); ++i)
+    if ((fContext->KeyFlags(i) & JsonCompiledObjectContext::kRequired) && !fSlots[i]) return false;
+  return true;
+}
+
+JsonValue* JsonCompiledObject::GetSubNode(const std::string& key) {
+  if (!fContext) return nullptr;
+  size_t index = fContext->GetIndexForKey(key);
+  return index < fSlots.size() ? fSlots[index] : nullptr;
+}
+
+void JsonCompiledObject::ForEach(
+    const std::function<void(size_t, const JsonAutoRefPtr<JsonValue>&)>& fn) const {
+  if (!fn) return;
+  for (size_t i = 0; i < fSlots.size(); ++i) {
+    if (!fSlots[i]) continue;
+    JsonAutoRefPtr<JsonValue> v(fSlots[i]);
+    v->AddRef();
+    fn(i, v);
+  }
+}
+
+bool JsonCompiledObject::IsEqual(const JsonCompiledObject& other) const {
+  return static_cast<const JsonValue&>(*this) == static_cast<const JsonValue&>(other);
+}
+
+// ---------------------------------------------------------------------------
+// Typed views and proxies
+
+JsonAutoRefPtr<JsonObject> ConvertToObject(const JsonAutoRefPtr<JsonValue>& value) {
+  if (!value || value->Type() != JsonValue::Object) return {};
+  value->AddRef();
+  return JsonAutoRefPtr<JsonObject>(static_cast<JsonObject*>(value.get()));
+}
+
+JsonAutoRefPtr<JsonArray> ConvertToArray(const JsonAutoRefPtr<JsonValue>& value) {
+  if (!value || value->Type() != JsonValue::Array) return {};
+  value->AddRef();
+  return JsonAutoRefPtr<JsonArray>(static_cast<JsonArray*>(value.get()));
+}
+
+JsonAutoRefPtr<JsonCompiledObject> ConvertToCompiledObject(const JsonAutoRefPtr<JsonValue>& value) {
+  if (!value || value->Type() != JsonValue::CompiledObject) return {};
+  value->AddRef();
+  return JsonAutoRefPtr<JsonCompiledObject>(static_cast<JsonCompiledObject*>(value.get()));
+}
+
+namespace {
+template <class T>
+JsonAutoRefPtr<T> Hold(T* p) {
+  if (p) p->AddRef();
+  return JsonAutoRefPtr<T>(p);
+}
+}  // namespace
+
+ObjectRef::ObjectRef(JsonObject* object, std::string key)
+    : fObject(Hold(object)), fKey(std::move(key)) {
+  if (fObject) fValue = fObject->At(fKey);
+}
+
+ObjectRef& ObjectRef::operator=(const JsonAutoRefPtr<JsonValue>& value) {
+  if (fObject) fObject->InsertValue(fKey, value, false);
+  return *this;
+}
+ObjectRef& ObjectRef::operator=(const std::string& value) {
+  if (fObject) fObject->InsertString(fKey, value, false, false);
+  return *this;
+}
+ObjectRef& ObjectRef::operator=(long long value) {
+  if (fObject) fObject->InsertInteger(fKey, value, false);
+  return *this;
+}
+ObjectRef& ObjectRef::operator=(unsigned long long value) {
+  if (fObject) fObject->InsertInteger(fKey, value, false);
+  return *this;
+}
+ObjectRef& ObjectRef::operator=(int value) {
+  if (fObject) fObject->InsertInteger(fKey, value, false);
+  return *this;
+}
+ObjectRef& ObjectRef::operator=(double value) {
+  if (fObject) fObject->InsertReal(fKey, value, false);
+  return *this;
+}
+ObjectRef& ObjectRef::operator=(const ObjectRef& other) {
+  if (this != &other && fObject) fObject->InsertValue(fKey, other.fValue, false);
+  return *this;
+}
+
+ArrayRef::ArrayRef(JsonArray* array, size_t index) : fArray(Hold(array)), fIndex(index) {
+  if (fArray) fValue = fArray->AtIndex(fIndex);
+}
+
+ArrayRef& ArrayRef::operator=(const JsonAutoRefPtr<JsonValue>& value) {
+  if (fArray) fArray->SetValueAtIndexInternal(fIndex, Share(value));
+  return *this;
+}
+ArrayRef& ArrayRef::operator=(const std::string& value) {
+  if (fArray) fArray->SetValueAtIndexInternal(fIndex, new JsonString(value));
+  return *this;
+}
+ArrayRef& ArrayRef::operator=(long long value) {
+  if (fArray) fArray->SetValueAtIndexInternal(fIndex, new JsonInteger(value));
+  return *this;
+}
+ArrayRef& ArrayRef::operator=(unsigned long long value) {
+  if (fArray) fArray->SetValueAtIndexInternal(fIndex, new JsonInteger(value, true));
+  return *this;
+}
+ArrayRef& ArrayRef::operator=(int value) {
+  if (fArray) fArray->SetValueAtIndexInternal(fIndex, new JsonInteger(static_cast<long long>(value)));
+  return *this;
+}
+ArrayRef& ArrayRef::operator=(double value) {
+  if (fArray) fArray->SetValueAtIndexInternal(fIndex, new JsonReal(value, 0));
+  return *this;
+}
+ArrayRef& ArrayRef::operator=(const ArrayRef& other) {
+  if (this != &other && fArray) fArray->SetValueAtIndex(fIndex, other.fValue);
+  return *this;
+}
+
+CompObjectRef::CompObjectRef(JsonCompiledObject* object, size_t index)
+    : fObject(Hold(object)), fIndex(index) {
+  if (fObject) fValue = fObject->At(fIndex);
+}
+
+CompObjectRef& CompObjectRef::operator=(const JsonAutoRefPtr<JsonValue>& value) {
+  if (fObject) fObject->InsertValue(fIndex, value);
+  return *this;
+}
+CompObjectRef& CompObjectRef::operator=(const std::string& value) {
+  if (fObject) fObject->InsertString(fIndex, value);
+  return *this;
+}
+CompObjectRef& CompObjectRef::operator=(long long value) {
+  if (fObject) fObject->InsertInteger(fIndex, value);
+  return *this;
+}
+CompObjectRef& CompObjectRef::operator=(unsigned long long value) {
+  if (fObject) fObject->InsertInteger(fIndex, value);
+  return *this;
+}
+CompObjectRef& CompObjectRef::operator=(int value) {
+  if (fObject) fObject->InsertInteger(fIndex, static_cast<long long>(value));
+  return *this;
+}
+CompObjectRef& CompObjectRef::operator=(double value) {
+  if (fObject) fObject->InsertReal(fIndex, value);
+  return *this;
+}
+CompObjectRef& CompObjectRef::operator=(const CompObjectRef& other) {
+  if (this != &other && fObject) fObject->InsertValue(fIndex, other.fValue);
+  return *this;
+}
