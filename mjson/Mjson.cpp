@@ -43,8 +43,18 @@ void JsonUseCounted::Destroy() const noexcept {
   pending.active = false;
 }
 
+// The C library's own reporter; declared here because <assert.h> hides it
+// when NDEBUG is set, and these checks must survive release builds.
+extern "C" [[noreturn]] void __assert_fail(const char* expression, const char* file,
+                                           unsigned line, const char* function) noexcept;
+
+void MjsonAssertionFailed(const char* expression, const char* file, unsigned line,
+                          const char* function) noexcept {
+  __assert_fail(expression, file, line, function);
+}
+
 void JsonUseCounted::FailUseCountCheck() noexcept {
-  __assert_fail("fUseCount > 0", "JsonAutoRefPtr", 372, "Release");
+  MjsonAssertionFailed("fUseCount > 0", "JsonAutoRefPtr", 372, "Release");
 }
 
 // ---------------------------------------------------------------------------

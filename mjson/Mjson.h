@@ -21,6 +21,11 @@
 
 #include "JsonAutoRefPtr.h"
 
+// Reports a failed internal check the way the C library's assert does and
+// ends the process. Used for the few checks that stay on in release builds.
+[[noreturn]] void MjsonAssertionFailed(const char* expression, const char* file, unsigned line,
+                                       const char* function) noexcept;
+
 class BigEndianWriter;
 class JsonObject;
 class JsonArray;
