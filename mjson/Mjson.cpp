@@ -8,6 +8,8 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <cfloat>
+#include <charconv>
 #include <cmath>
 
 // ---------------------------------------------------------------------------
@@ -87,6 +89,18 @@ JsonString::JsonString(std::string&& s, bool* isKnownUTF8, bool* isValid)
   if (isValid) *isValid = valid;
 }
 
+double JsonReal::StrToDouble(const char* text, size_t length) {
+  // The fast, exact conversion serves every number of the normal range;
+  // anything near or past the edges takes the long way below, so that
+  // range errors are handled exactly as the C library reports them.
+  double value = 0.0;
+  auto [end, ec] = std::from_chars(text, text + length, value);
+  if (ec == std::errc() && end == text + length && std::fabs(value) >= DBL_MIN &&
+      std::fabs(value) <= DBL_MAX)
+    return value;
+  return StrToDouble(std::string(text, length));
+}
+
 double JsonReal::StrToDouble(const std::string& text) {
   const char* begin = text.c_str();
   char* end = nullptr;
@@ -104,10 +118,112 @@ double JsonReal::StrToDouble(const std::string& text) {
   return value;
 }
 
+namespace {
+
+constexpr char kDigitPairs[] =
+    "00010203040506070809101112131415161718192021222324252627282930313233343536373839"
+    "40414243444546474849505152535455565758596061626364656667686970717273747576777879"
+    "8081828384858687888990919293949596979899";
+
+// Layout of a shaped number's form word, above the two state bits.
+constexpr uint32_t kNegative = 1u << 2;
+constexpr int kIntShift = 3;  // 5 bits
+constexpr uint32_t kHasFraction = 1u << 8;
+constexpr int kFracShift = 9;  // 5 bits
+constexpr uint32_t kHasExponent = 1u << 14;
+constexpr uint32_t kUpperE = 1u << 15;
+constexpr int kExpSignShift = 16;   // 2 bits: none, '+', '-'
+constexpr int kExpDigitShift = 18;  // 4 bits
+
+}  // namespace
+
+JsonReal::JsonReal(std::string&& text, int digits)
+    : JsonValue(Real), fBits(0), fForm(kText), fDigits(digits) {
+  auto* heap = new std::string(std::move(text));
+  __builtin_memcpy(&fBits, &heap, sizeof heap);
+}
+
+JsonReal::JsonReal(uint64_t digitsValue, const Shape& shape, int digits)
+    : JsonValue(Real), fBits(digitsValue), fDigits(digits) {
+  uint32_t form = kShaped;
+  if (shape.negative) form |= kNegative;
+  form |= static_cast<uint32_t>(shape.intDigits) << kIntShift;
+  if (shape.hasFraction) form |= kHasFraction;
+  form |= static_cast<uint32_t>(shape.fracDigits) << kFracShift;
+  if (shape.hasExponent) form |= kHasExponent;
+  if (shape.upperE) form |= kUpperE;
+  uint32_t sign = shape.exponentSign == '+' ? 1 : shape.exponentSign == '-' ? 2 : 0;
+  form |= sign << kExpSignShift;
+  form |= static_cast<uint32_t>(shape.exponentDigit) << kExpDigitShift;
+  fForm = form;
+}
+
+JsonReal::JsonReal(const JsonReal& other)
+    : JsonValue(other), fBits(other.fBits), fForm(other.fForm), fDigits(other.fDigits) {
+  if (State() == kText) {
+    std::string* text;
+    __builtin_memcpy(&text, &other.fBits, sizeof text);
+    auto* copy = new std::string(*text);
+    __builtin_memcpy(&fBits, &copy, sizeof copy);
+  }
+}
+
+JsonReal::~JsonReal() {
+  if (State() == kText) {
+    std::string* text;
+    __builtin_memcpy(&text, &fBits, sizeof text);
+    delete text;
+  }
+}
+
+void JsonReal::AppendText(std::string& out) const {
+  if (State() == kText) {
+    std::string* text;
+    __builtin_memcpy(&text, &fBits, sizeof text);
+    out.append(*text);
+    return;
+  }
+  char buf[48];
+  char* p = buf;
+  uint32_t form = fForm;
+  if (form & kNegative) *p++ = '-';
+  int intDigits = static_cast<int>((form >> kIntShift) & 31);
+  int fracDigits = static_cast<int>((form >> kFracShift) & 31);
+  int width = intDigits + fracDigits;
+  char digits[20];
+  uint64_t v = fBits;
+  int i = width;
+  while (i >= 2) {
+    memcpy(digits + i - 2, kDigitPairs + (v % 100) * 2, 2);
+    v /= 100;
+    i -= 2;
+  }
+  if (i) digits[0] = static_cast<char>('0' + v);
+  memcpy(p, digits, static_cast<size_t>(intDigits));
+  p += intDigits;
+  if (form & kHasFraction) {
+    *p++ = '.';
+    memcpy(p, digits + intDigits, static_cast<size_t>(fracDigits));
+    p += fracDigits;
+  }
+  if (form & kHasExponent) {
+    *p++ = (form & kUpperE) ? 'E' : 'e';
+    uint32_t sign = (form >> kExpSignShift) & 3;
+    if (sign) *p++ = sign == 1 ? '+' : '-';
+    *p++ = static_cast<char>('0' + ((form >> kExpDigitShift) & 15));
+  }
+  out.append(buf, static_cast<size_t>(p - buf));
+}
+
 void JsonReal::Settle() const {
-  fValue = StrToDouble(fText);
-  fText.clear();
-  fText.shrink_to_fit();
+  std::string text;
+  AppendText(text);
+  if (State() == kText) {
+    std::string* heap;
+    __builtin_memcpy(&heap, &fBits, sizeof heap);
+    delete heap;
+  }
+  SetValue(StrToDouble(text.data(), text.size()));
 }
 
 // ---------------------------------------------------------------------------

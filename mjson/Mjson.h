@@ -214,19 +214,38 @@ class JsonReal final : public JsonValue {
   static constexpr double sLowest = -1.7976931348623157e308;
   static constexpr double sInfinity = __builtin_huge_val();
 
-  JsonReal(double v, int digits) : JsonValue(Real), fValue(v), fDigits(digits) {}
+  // The shape of a short number text ([-]int[.frac][e|E[+|-]d], at most 19
+  // digits in all): with its digits it gives the text back byte for byte,
+  // so most lazily converted numbers need no string of their own.
+  struct Shape {
+    bool negative;
+    uint8_t intDigits;   // 1..19
+    bool hasFraction;
+    uint8_t fracDigits;  // 0..17
+    bool hasExponent;
+    bool upperE;
+    char exponentSign;   // 0, '+' or '-'
+    uint8_t exponentDigit;
+  };
+
+  JsonReal(double v, int digits) : JsonValue(Real), fBits(0), fForm(kSettled), fDigits(digits) {
+    SetValue(v);
+  }
   // Keeps the source text and converts it on first read, so a number that is
   // only passed through is written back exactly as it was read.
-  JsonReal(std::string&& text, int digits)
-      : JsonValue(Real), fValue(0.0), fText(std::move(text)), fDigits(digits) {}
-  JsonReal(const JsonReal&) = default;
+  JsonReal(std::string&& text, int digits);
+  JsonReal(uint64_t digitsValue, const Shape& shape, int digits);
+  JsonReal(const JsonReal& other);
+  ~JsonReal() override;
 
   double Get() const {
-    if (!fText.empty()) Settle();
-    return fValue;
+    if (State() != kSettled) Settle();
+    double v;
+    __builtin_memcpy(&v, &fBits, sizeof v);
+    return v;
   }
   void Get(double& out) const { out = Get(); }
-  bool HasPendingText() const { return !fText.empty(); }
+  bool HasPendingText() const { return State() != kSettled; }
   int Digits() const { return fDigits; }
   bool IsEqual(const JsonReal& other) const { return Get() == other.Get(); }
 
@@ -234,15 +253,27 @@ class JsonReal final : public JsonValue {
   // precision; what still does not fit a double becomes +infinity, text that
   // is not a number 0.0. Never throws.
   static double StrToDouble(const std::string& text);
+  static double StrToDouble(const char* text, size_t length);
 
   void AppendToString(std::string& out) const override;
   void AppendToMsgPack(BigEndianWriter* writer) const override;
 
  private:
+  enum : uint32_t { kSettled = 0, kShaped = 1, kText = 2, kStateMask = 3 };
+  uint32_t State() const { return fForm & kStateMask; }
+  void SetValue(double v) const {
+    __builtin_memcpy(&fBits, &v, sizeof v);
+    fForm = kSettled;
+  }
   void Settle() const;
+  // Appends the pending source text.
+  void AppendText(std::string& out) const;
 
-  mutable double fValue;
-  mutable std::string fText;
+  // The double's bits once settled; before that the shaped number's digits,
+  // or the address of its heap text.
+  mutable uint64_t fBits;
+  // The state in the low two bits; for a shaped number its shape above them.
+  mutable uint32_t fForm;
   int fDigits;
 };
 

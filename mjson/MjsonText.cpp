@@ -322,6 +322,7 @@ JsonValue* JsonValue::ParseNumber(const std::string& text, ParserContext& ctx) {
   bool isReal = false;
   unsigned long long value = 0;
   int digits = 0;
+  size_t intStart = p;
   if (data[p] == '0') {
     ++p;
     digits = 1;
@@ -338,11 +339,16 @@ JsonValue* JsonValue::ParseNumber(const std::string& text, ParserContext& ctx) {
       ++p;
     }
   }
+  size_t intDigits = p - intStart;
+  // The integer and fraction digits as one number, while they fit.
+  unsigned long long allDigits = value;
   int fractionDigits = 0;
   if (p < n && data[p] == '.') {
     isReal = true;
     ++p;
     while (p < n && IsDigit(data[p])) {
+      if (intDigits + static_cast<size_t>(fractionDigits) < 19)
+        allDigits = allDigits * 10 + static_cast<unsigned>(data[p] - '0');
       ++p;
       ++fractionDigits;
     }
@@ -353,11 +359,16 @@ JsonValue* JsonValue::ParseNumber(const std::string& text, ParserContext& ctx) {
     }
   }
   int exponentDigits = 0;
+  bool upperE = false;
+  char exponentSign = 0;
+  unsigned exponentDigit = 0;
   if (p < n && (data[p] == 'e' || data[p] == 'E')) {
     isReal = true;
+    upperE = data[p] == 'E';
     ++p;
-    if (p < n && (data[p] == '+' || data[p] == '-')) ++p;
+    if (p < n && (data[p] == '+' || data[p] == '-')) exponentSign = data[p++];
     while (p < n && IsDigit(data[p])) {
+      exponentDigit = static_cast<unsigned>(data[p] - '0');
       ++p;
       ++exponentDigits;
     }
@@ -374,19 +385,26 @@ JsonValue* JsonValue::ParseNumber(const std::string& text, ParserContext& ctx) {
     result = new JsonInteger(-static_cast<long long>(value));
   } else if (!isReal && !negative) {
     result = new JsonInteger(value, true);
-  } else {
-    std::string numberText(data + start, p - start);
-    if (exponentDigits >= 2 || fractionDigits >= 18) {
-      double d = JsonReal::StrToDouble(numberText);
-      if (d >= JsonReal::sInfinity) {
-        ctx.fPosition = p;
-        ctx.fError = "real number out of double range";
-        return nullptr;
-      }
-      result = new JsonReal(d, digits);
-    } else {
-      result = new JsonReal(std::move(numberText), digits);
+  } else if (exponentDigits >= 2 || fractionDigits >= 18) {
+    double d = JsonReal::StrToDouble(data + start, p - start);
+    if (d >= JsonReal::sInfinity) {
+      ctx.fPosition = p;
+      ctx.fError = "real number out of double range";
+      return nullptr;
     }
+    result = new JsonReal(d, digits);
+  } else if (intDigits + static_cast<size_t>(fractionDigits) <= 19) {
+    JsonReal::Shape shape{negative,
+                          static_cast<uint8_t>(intDigits),
+                          fractionDigits > 0,
+                          static_cast<uint8_t>(fractionDigits),
+                          exponentDigits > 0,
+                          upperE,
+                          exponentSign,
+                          static_cast<uint8_t>(exponentDigit)};
+    result = new JsonReal(allDigits, shape, digits);
+  } else {
+    result = new JsonReal(std::string(data + start, p - start), digits);
   }
   ctx.fPosition = p;
   return result;
@@ -970,11 +988,11 @@ void JsonInteger::AppendToString(std::string& out) const {
 }
 
 void JsonReal::AppendToString(std::string& out) const {
-  if (!fText.empty()) {
-    out.append(fText);
+  if (State() != kSettled) {
+    AppendText(out);
     return;
   }
-  AppendReal(out, fValue, fDigits);
+  AppendReal(out, Get(), fDigits);
 }
 
 void JsonTrue::AppendToString(std::string& out) const { out.append("true", 4); }
