@@ -11,6 +11,8 @@
 #include <cfloat>
 #include <charconv>
 #include <cmath>
+#include <mutex>
+#include <new>
 
 // ---------------------------------------------------------------------------
 // Reference counting
@@ -57,6 +59,155 @@ void MjsonAssertionFailed(const char* expression, const char* file, unsigned lin
 
 void JsonUseCounted::FailUseCountCheck() noexcept {
   MjsonAssertionFailed("fUseCount > 0", "JsonAutoRefPtr", 372, "Release");
+}
+
+// ---------------------------------------------------------------------------
+// Node allocation
+//
+// Nodes are carved from 64 KB slabs into size classes of 16 bytes. Each
+// thread keeps a free list per class; a list that grows past a limit hands a
+// batch to a shared pool, and an empty list takes a batch back before a new
+// slab is cut, so memory freed on one thread serves allocations on another.
+// Slabs are kept for the life of the process. Sanitizer builds use the plain
+// heap so that use-after-free stays visible.
+
+namespace {
+
+#if defined(__SANITIZE_ADDRESS__)
+constexpr bool kPoolNodes = false;
+#else
+constexpr bool kPoolNodes = true;
+#endif
+
+constexpr size_t kGranule = 16;
+constexpr size_t kClasses = 8;  // nodes up to 128 bytes
+constexpr size_t kSlabBytes = 64 * 1024;
+constexpr size_t kBatch = 256;
+constexpr size_t kLocalLimit = 4 * kBatch;
+
+struct FreeNode {
+  FreeNode* next;
+};
+
+struct Batch {
+  FreeNode* head;
+  size_t count;
+};
+
+class SharedPool {
+ public:
+  void Put(size_t cls, Batch batch) {
+    std::lock_guard<std::mutex> lock(fMutex);
+    fBatches[cls].push_back(batch);
+  }
+  bool Take(size_t cls, Batch& batch) {
+    std::lock_guard<std::mutex> lock(fMutex);
+    if (fBatches[cls].empty()) return false;
+    batch = fBatches[cls].back();
+    fBatches[cls].pop_back();
+    return true;
+  }
+  char* NewSlab() {
+    char* slab = static_cast<char*>(malloc(kSlabBytes));
+    if (!slab) throw std::bad_alloc();
+    return slab;
+  }
+
+ private:
+  std::mutex fMutex;
+  std::vector<Batch> fBatches[kClasses];
+};
+
+SharedPool& Shared() {
+  static SharedPool* pool = new SharedPool();  // outlives every thread
+  return *pool;
+}
+
+class LocalCache {
+ public:
+  ~LocalCache() {
+    for (size_t cls = 0; cls < kClasses; ++cls) {
+      while (fCount[cls] > 0) Shared().Put(cls, Split(cls, std::min(fCount[cls], kBatch)));
+    }
+  }
+
+  void* Allocate(size_t cls) {
+    FreeNode* node = fHead[cls];
+    if (!node) [[unlikely]] {
+      Refill(cls);
+      node = fHead[cls];
+    }
+    fHead[cls] = node->next;
+    --fCount[cls];
+    return node;
+  }
+
+  void Free(size_t cls, void* p) {
+    auto* node = static_cast<FreeNode*>(p);
+    node->next = fHead[cls];
+    fHead[cls] = node;
+    if (++fCount[cls] > kLocalLimit) [[unlikely]]
+      Shared().Put(cls, Split(cls, kBatch));
+  }
+
+ private:
+  Batch Split(size_t cls, size_t n) {
+    Batch batch{fHead[cls], n};
+    FreeNode* last = fHead[cls];
+    for (size_t i = 1; i < n; ++i) last = last->next;
+    fHead[cls] = last->next;
+    last->next = nullptr;
+    fCount[cls] -= n;
+    return batch;
+  }
+
+  void Refill(size_t cls) {
+    Batch batch;
+    if (Shared().Take(cls, batch)) {
+      fHead[cls] = batch.head;
+      fCount[cls] = batch.count;
+      return;
+    }
+    size_t size = (cls + 1) * kGranule;
+    if (fCut == fCutEnd || static_cast<size_t>(fCutEnd - fCut) < size) {
+      fCut = Shared().NewSlab();
+      fCutEnd = fCut + kSlabBytes;
+    }
+    // Cut up to a batch of nodes from the current slab.
+    size_t n = std::min(kBatch, static_cast<size_t>(fCutEnd - fCut) / size);
+    FreeNode* head = nullptr;
+    for (size_t i = n; i-- > 0;) {
+      auto* node = reinterpret_cast<FreeNode*>(fCut + i * size);
+      node->next = head;
+      head = node;
+    }
+    fCut += n * size;
+    fHead[cls] = head;
+    fCount[cls] = n;
+  }
+
+  FreeNode* fHead[kClasses] = {};
+  size_t fCount[kClasses] = {};
+  char* fCut = nullptr;
+  char* fCutEnd = nullptr;
+};
+
+thread_local LocalCache tCache;
+
+}  // namespace
+
+void* JsonValue::operator new(size_t size) {
+  if (!kPoolNodes || size > kGranule * kClasses) return ::operator new(size);
+  return tCache.Allocate((size - 1) / kGranule);
+}
+
+void JsonValue::operator delete(void* p, size_t size) noexcept {
+  if (!p) return;
+  if (!kPoolNodes || size > kGranule * kClasses) {
+    ::operator delete(p);
+    return;
+  }
+  tCache.Free((size - 1) / kGranule, p);
 }
 
 // ---------------------------------------------------------------------------
