@@ -803,28 +803,36 @@ void JsonObject::RebuildIndex() {
   }
 }
 
-void JsonObject::IndexInsert(size_t pos) {
-  if (fIndex.empty() || (fMembers.size() * 2 > fIndex.size())) {
-    RebuildIndex();
+void JsonObject::Store(std::string&& key, JsonValue* value) {
+  if (fIndex.empty()) {
+    size_t pos = Find(key);
+    if (pos != kNotFound) {
+      JsonValue* old = fMembers[pos].value;
+      fMembers[pos].value = value;
+      old->Release();
+      return;
+    }
+    fMembers.push_back({std::move(key), value});
+    if (fMembers.size() > kIndexThreshold) RebuildIndex();
     return;
   }
+  // One probe finds either the key or the free slot it would take.
   size_t mask = fIndex.size() - 1;
-  const std::string& k = fMembers[pos].key;
-  size_t slot = HashBytes(k.data(), k.size()) & mask;
-  while (fIndex[slot]) slot = (slot + 1) & mask;
-  fIndex[slot] = static_cast<uint32_t>(pos + 1);
-}
-
-void JsonObject::Store(std::string&& key, JsonValue* value) {
-  size_t pos = Find(key);
-  if (pos != kNotFound) {
-    JsonValue* old = fMembers[pos].value;
-    fMembers[pos].value = value;
-    old->Release();
-    return;
+  size_t slot = HashBytes(key.data(), key.size()) & mask;
+  for (; fIndex[slot]; slot = (slot + 1) & mask) {
+    Member& m = fMembers[fIndex[slot] - 1];
+    if (SameKey(m.key, key)) {
+      JsonValue* old = m.value;
+      m.value = value;
+      old->Release();
+      return;
+    }
   }
   fMembers.push_back({std::move(key), value});
-  if (fMembers.size() > kIndexThreshold) IndexInsert(fMembers.size() - 1);
+  if (fMembers.size() * 2 > fIndex.size())
+    RebuildIndex();
+  else
+    fIndex[slot] = static_cast<uint32_t>(fMembers.size());
 }
 
 void JsonObject::EraseAt(size_t pos) {

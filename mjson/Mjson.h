@@ -421,7 +421,6 @@ class JsonObject final : public JsonValue {
   void Store(std::string&& key, JsonValue* value);  // adopts value, never null
   void EraseAt(size_t pos);
   void RebuildIndex();
-  void IndexInsert(size_t pos);
   void ClearMembers();
 
   std::vector<Member> fMembers;

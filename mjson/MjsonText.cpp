@@ -7,6 +7,10 @@
 
 #include <cmath>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 #include "Mjson.h"
 
 namespace {
@@ -40,6 +44,20 @@ inline bool IsSpecialByte(unsigned char c) { return c == '"' || c == '\\' || c <
 // Offset of the first double quote, backslash or control byte at or after
 // `p`, or `end - begin` when there is none.
 inline const char* FindSpecial(const char* p, const char* end) {
+#if defined(__SSE2__)
+  const __m128i quote = _mm_set1_epi8('"');
+  const __m128i backslash = _mm_set1_epi8('\\');
+  const __m128i below = _mm_set1_epi8(0x1F);
+  while (end - p >= 16) {
+    __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+    // Control bytes are those that stay unchanged under an unsigned min with 0x1F.
+    __m128i special = _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi8(v, quote), _mm_cmpeq_epi8(v, backslash)),
+                                   _mm_cmpeq_epi8(_mm_min_epu8(v, below), v));
+    int mask = _mm_movemask_epi8(special);
+    if (mask) return p + __builtin_ctz(static_cast<unsigned>(mask));
+    p += 16;
+  }
+#endif
   while (end - p >= 8) {
     uint64_t lanes = SpecialLanes(Load8(p));
     if (lanes) return p + (__builtin_ctzll(lanes) >> 3);
@@ -61,7 +79,17 @@ bool JsonValue::IsUTF8(std::string_view s, size_t* badPos) {
   size_t n = s.size();
   size_t i = 0;
   while (i < n) {
-    // Skip runs of ASCII a word at a time; most text is mostly ASCII.
+    // Skip runs of ASCII a block at a time; most text is mostly ASCII.
+#if defined(__SSE2__)
+    while (n - i >= 16) {
+      int high = _mm_movemask_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(data + i)));
+      if (high) {
+        i += static_cast<size_t>(__builtin_ctz(static_cast<unsigned>(high)));
+        break;
+      }
+      i += 16;
+    }
+#endif
     while (n - i >= 8 && (Load8(s.data() + i) & kHighs) == 0) i += 8;
     if (i >= n) break;
     unsigned char c = data[i];
@@ -156,8 +184,11 @@ void JsonValue::SkipWhitespace(const std::string& text, ParserContext& ctx) {
   size_t p = ctx.fPosition;
   while (p < n) {
     char c = data[p];
+    if (static_cast<unsigned char>(c) > ' ') break;
     if (c == ' ' || c == '\t') {
       ++p;
+      // Indentation comes in runs of blanks.
+      while (n - p >= 8 && Load8(data + p) == kOnes * ' ') p += 8;
     } else if (c == '\n' || c == '\r') {
       ++p;
       // CR LF and LF CR are one break; CR CR is two.
