@@ -188,7 +188,19 @@ void JsonValue::SkipWhitespace(const std::string& text, ParserContext& ctx) {
     if (c == ' ' || c == '\t') {
       ++p;
       // Indentation comes in runs of blanks.
+#if defined(__SSE2__)
+      while (n - p >= 16) {
+        unsigned blanks = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(
+            _mm_loadu_si128(reinterpret_cast<const __m128i*>(data + p)), _mm_set1_epi8(' '))));
+        if (blanks != 0xFFFF) {
+          p += static_cast<size_t>(__builtin_ctz(~blanks));
+          break;
+        }
+        p += 16;
+      }
+#else
       while (n - p >= 8 && Load8(data + p) == kOnes * ' ') p += 8;
+#endif
     } else if (c == '\n' || c == '\r') {
       ++p;
       // CR LF and LF CR are one break; CR CR is two.
