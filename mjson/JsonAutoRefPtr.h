@@ -27,8 +27,16 @@ class JsonUseCounted {
   // object that has no owner left is a programming error that must never be
   // silenced, so the check stays on in release builds.
   bool Release() const noexcept {
-    if (fUseCount.load(std::memory_order_relaxed) < 1) [[unlikely]]
+    int32_t count = fUseCount.load(std::memory_order_acquire);
+    if (count < 1) [[unlikely]]
       FailUseCountCheck();
+    // The sole owner needs no atomic update: nobody else holds a reference
+    // through which the count could change. Trees are mostly freed this way.
+    if (count == 1) {
+      fUseCount.store(0, std::memory_order_relaxed);
+      Destroy();
+      return true;
+    }
     if (fUseCount.fetch_sub(1, std::memory_order_acq_rel) == 1) {
       Destroy();
       return true;
