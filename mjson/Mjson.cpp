@@ -2,7 +2,6 @@
 // the release machinery of the JSON value library.
 #include "Mjson.h"
 
-#include <assert.h>
 #include <errno.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -47,14 +46,14 @@ void JsonUseCounted::Destroy() const noexcept {
   pending.active = false;
 }
 
-// The C library's own reporter; declared here because <assert.h> hides it
-// when NDEBUG is set, and these checks must survive release builds.
-extern "C" [[noreturn]] void __assert_fail(const char* expression, const char* file,
-                                           unsigned line, const char* function) noexcept;
-
+// Written like the C library's assert, which NDEBUG would silence: these
+// checks must survive release builds.
 void MjsonAssertionFailed(const char* expression, const char* file, unsigned line,
                           const char* function) noexcept {
-  __assert_fail(expression, file, line, function);
+  fprintf(stderr, "%s: %s:%u: %s: Assertion `%s' failed.\n", program_invocation_short_name, file,
+          line, function, expression);
+  fflush(stderr);
+  abort();
 }
 
 void JsonUseCounted::FailUseCountCheck() noexcept {

@@ -1,0 +1,83 @@
+// Shared pieces of the fuzz targets.
+#pragma once
+
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <vector>
+
+#include "Mjson.h"
+
+#define FUZZ_CHECK(cond)                                                        \
+  do {                                                                          \
+    if (!(cond)) {                                                              \
+      fprintf(stderr, "%s:%d: check failed: %s\n", __FILE__, __LINE__, #cond); \
+      abort();                                                                  \
+    }                                                                           \
+  } while (0)
+
+// The low bits of the first input byte choose the parser options.
+inline void ApplyOptions(unsigned char options, ParserContext& ctx) {
+  ctx.fFailOnDuplicateKey = options & 0x01;
+  ctx.fDetectMsgPack = options & 0x02;
+  ctx.fKeepObjectOrder = options & 0x04;
+  ctx.fNoUTF8Check = options & 0x08;
+  ctx.fCheckInputUTF8 = !(options & 0x10);
+}
+
+// A small key table with nesting, arrays, plain objects and required keys.
+inline const JsonCompiledObjectContext& FuzzTable() {
+  static const JsonCompiledObjectContext* table = [] {
+    auto* inner = new JsonCompiledObjectContext();
+    inner->AddKey("x", 0x0002, nullptr);
+    inner->AddKey("y", 0, nullptr);
+    auto* outer = new JsonCompiledObjectContext();
+    outer->AddKey("a", 0, nullptr);
+    outer->AddKey("b", 0x0001 | 0x0400, nullptr);
+    outer->AddKey("c", 0x0200, inner);
+    outer->AddKey("d", 0x0010, inner);
+    outer->AddKey("e", 0x0100, nullptr);
+    outer->AddKey("f", 0x0020, nullptr);
+    return outer;
+  }();
+  return *table;
+}
+
+// Walks a tree without recursion, asking `pred` of every real.
+template <class Pred>
+bool AnyReal(const JsonValue& root, Pred pred) {
+  std::vector<const JsonValue*> pending{&root};
+  while (!pending.empty()) {
+    const JsonValue* v = pending.back();
+    pending.pop_back();
+    if (!v) continue;
+    switch (v->Type()) {
+      case JsonValue::Real:
+        if (!static_cast<const JsonReal*>(v)->HasPendingText() &&
+            pred(static_cast<const JsonReal*>(v)->Get()))
+          return true;
+        break;
+      case JsonValue::Array:
+        for (const JsonValue* e : static_cast<const JsonArray*>(v)->Values()) pending.push_back(e);
+        break;
+      case JsonValue::Object:
+        for (const auto& m : static_cast<const JsonObject*>(v)->Members()) pending.push_back(m.value);
+        break;
+      case JsonValue::CompiledObject:
+        for (const JsonValue* e : static_cast<const JsonCompiledObject*>(v)->Slots())
+          pending.push_back(e);
+        break;
+      default:
+        break;
+    }
+  }
+  return false;
+}
+
+inline bool HasNonFinite(const JsonValue& v) {
+  return AnyReal(v, [](double d) { return !std::isfinite(d); });
+}
+
+inline bool HasNaN(const JsonValue& v) {
+  return AnyReal(v, [](double d) { return std::isnan(d); });
+}
