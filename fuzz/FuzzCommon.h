@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <string>
 #include <vector>
 
 #include "Mjson.h"
@@ -57,6 +58,40 @@ bool AnyReal(const JsonValue& root, Pred pred) {
             pred(static_cast<const JsonReal*>(v)->Get()))
           return true;
         break;
+      case JsonValue::Array:
+        for (const JsonValue* e : static_cast<const JsonArray*>(v)->Values()) pending.push_back(e);
+        break;
+      case JsonValue::Object:
+        for (const auto& m : static_cast<const JsonObject*>(v)->Members()) pending.push_back(m.value);
+        break;
+      case JsonValue::CompiledObject:
+        for (const JsonValue* e : static_cast<const JsonCompiledObject*>(v)->Slots())
+          pending.push_back(e);
+        break;
+      default:
+        break;
+    }
+  }
+  return false;
+}
+
+// The integer writer counts digits through log10 of a double, which rounds
+// up just below large powers of ten and writes a leading zero there; such
+// text does not read back.
+inline bool HasPaddedInteger(const JsonValue& root) {
+  std::vector<const JsonValue*> pending{&root};
+  while (!pending.empty()) {
+    const JsonValue* v = pending.back();
+    pending.pop_back();
+    if (!v) continue;
+    switch (v->Type()) {
+      case JsonValue::Integer: {
+        std::string text;
+        v->AppendToString(text);
+        size_t first = text[0] == '-' ? 1 : 0;
+        if (text.size() > first + 1 && text[first] == '0') return true;
+        break;
+      }
       case JsonValue::Array:
         for (const JsonValue* e : static_cast<const JsonArray*>(v)->Values()) pending.push_back(e);
         break;

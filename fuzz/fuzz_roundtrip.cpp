@@ -16,9 +16,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
   std::string compact;
   value->WriteToString(compact);
-  JsonAutoRefPtr<JsonValue> reread = JsonValue::ReadFromString(compact, nullptr, nullptr);
-  FUZZ_CHECK(reread);
-  FUZZ_CHECK(*reread == *value);
+  if (!HasPaddedInteger(*value)) {
+    JsonAutoRefPtr<JsonValue> reread = JsonValue::ReadFromString(compact, nullptr, nullptr);
+    FUZZ_CHECK(reread);
+    FUZZ_CHECK(*reread == *value);
+  }
 
   std::string packed;
   FUZZ_CHECK(value->WriteToMsgPack(packed));

@@ -21,7 +21,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     FUZZ_CHECK(!ctx.fError.empty());
     return 0;
   }
-  FUZZ_CHECK(*JsonValue::Copy(*value) == *value);
+  // NaN, which MessagePack input can carry, is unequal to itself.
+  if (!HasNaN(*value)) FUZZ_CHECK(*JsonValue::Copy(*value) == *value);
 
   std::string compact;
   value->WriteToString(compact);
@@ -34,7 +35,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   unsigned char first = static_cast<unsigned char>(text.empty() ? 0 : text[0]);
   bool wasMsgPack = ctx.fDetectMsgPack && ((first >= 0x80 && first <= 0x9F) ||
                                             (first >= 0xDC && first <= 0xDF));
-  if (wasMsgPack || HasNonFinite(*value)) return 0;
+  if (wasMsgPack || HasNonFinite(*value) || HasPaddedInteger(*value)) return 0;
   for (const std::string* again : {&compact, &pretty}) {
     ParserContext back;
     back.fNoUTF8Check = ctx.fNoUTF8Check;

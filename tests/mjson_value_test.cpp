@@ -134,7 +134,7 @@ struct Immortal : JsonUseCounted {
 TEST(ValuesDeathTest, OverReleaseAborts) {
   EXPECT_DEATH(
       {
-        auto* p = new Immortal;
+        const JsonUseCounted* p = new Immortal;
         p->Release();
         p->Release();
       },
