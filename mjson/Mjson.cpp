@@ -21,9 +21,17 @@ namespace {
 // Values whose last reference went away while another value was being
 // deleted. The outermost deletion drains the list, so tearing down a tree
 // never nests destructor calls more than one level deep.
+struct PendingDeletes;
+
+// Set once this thread's list is destroyed at thread or process exit; a
+// value released later (a static freed during static destruction, say) is
+// then deleted directly.
+thread_local bool tPendingGone = false;
+
 struct PendingDeletes {
   std::vector<const JsonUseCounted*> items;
   bool active = false;
+  ~PendingDeletes() { tPendingGone = true; }
 };
 
 thread_local PendingDeletes tPending;
@@ -31,6 +39,10 @@ thread_local PendingDeletes tPending;
 }  // namespace
 
 void JsonUseCounted::Destroy() const noexcept {
+  if (tPendingGone) [[unlikely]] {
+    delete this;
+    return;
+  }
   PendingDeletes& pending = tPending;
   if (pending.active) {
     pending.items.push_back(this);
@@ -111,10 +123,32 @@ class SharedPool {
     if (!slab) throw std::bad_alloc();
     return slab;
   }
+  // One node at a time, for threads whose cache is already gone.
+  void* AllocateOne(size_t cls) {
+    std::lock_guard<std::mutex> lock(fMutex);
+    std::vector<Batch>& batches = fBatches[cls];
+    if (!batches.empty()) {
+      Batch& b = batches.back();
+      FreeNode* node = b.head;
+      b.head = node->next;
+      if (--b.count == 0) batches.pop_back();
+      return node;
+    }
+    size_t size = (cls + 1) * kGranule;
+    if (static_cast<size_t>(fCutEnd - fCut) < size) {
+      fCut = NewSlab();
+      fCutEnd = fCut + kSlabBytes;
+    }
+    void* node = fCut;
+    fCut += size;
+    return node;
+  }
 
  private:
   std::mutex fMutex;
   std::vector<Batch> fBatches[kClasses];
+  char* fCut = nullptr;  // the shared slab that AllocateOne cuts from
+  char* fCutEnd = nullptr;
 };
 
 SharedPool& Shared() {
@@ -122,9 +156,14 @@ SharedPool& Shared() {
   return *pool;
 }
 
+// Set once this thread's cache is destroyed; later allocations and frees
+// on the thread (during static destruction, say) go to the shared pool.
+thread_local bool tCacheGone = false;
+
 class LocalCache {
  public:
   ~LocalCache() {
+    tCacheGone = true;
     for (size_t cls = 0; cls < kClasses; ++cls) {
       while (fCount[cls] > 0) Shared().Put(cls, Split(cls, std::min(fCount[cls], kBatch)));
     }
@@ -197,6 +236,8 @@ thread_local LocalCache tCache;
 
 void* JsonValue::operator new(size_t size) {
   if (!kPoolNodes || size > kGranule * kClasses) return ::operator new(size);
+  if (tCacheGone) [[unlikely]]
+    return Shared().AllocateOne((size - 1) / kGranule);
   return tCache.Allocate((size - 1) / kGranule);
 }
 
@@ -204,6 +245,12 @@ void JsonValue::operator delete(void* p, size_t size) noexcept {
   if (!p) return;
   if (!kPoolNodes || size > kGranule * kClasses) {
     ::operator delete(p);
+    return;
+  }
+  if (tCacheGone) [[unlikely]] {
+    auto* node = static_cast<FreeNode*>(p);
+    node->next = nullptr;
+    Shared().Put((size - 1) / kGranule, Batch{node, 1});
     return;
   }
   tCache.Free((size - 1) / kGranule, p);

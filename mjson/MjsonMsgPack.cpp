@@ -12,6 +12,7 @@
 #include <cmath>
 
 #include "Mjson.h"
+#include "MjsonScratch.h"
 
 // ---------------------------------------------------------------------------
 // BigEndianWriter
@@ -577,9 +578,12 @@ class MsgPackReader {
   const char* const fEnd;
   ParserContext& fCtx;
   const bool fKeepOrder;
-  std::vector<Frame> fFrames;
-  std::vector<JsonValue*> fValues;
-  std::vector<JsonObject::Member> fPairs;
+  Scratch<Frame> fFramesScratch;
+  std::vector<Frame>& fFrames = fFramesScratch.Get();
+  Scratch<JsonValue*> fValuesScratch;
+  std::vector<JsonValue*>& fValues = fValuesScratch.Get();
+  Scratch<JsonObject::Member> fPairsScratch;
+  std::vector<JsonObject::Member>& fPairs = fPairsScratch.Get();
   std::string fKey;
 };
 

@@ -12,6 +12,7 @@
 #endif
 
 #include "Mjson.h"
+#include "MjsonScratch.h"
 
 namespace {
 
@@ -514,9 +515,12 @@ class TextParser {
 
   const std::string& fText;
   ParserContext& fCtx;
-  std::vector<Frame> fFrames;
-  std::vector<JsonObject::Member> fPairs;
-  std::vector<JsonValue*> fValues;
+  Scratch<Frame> fFramesScratch;
+  std::vector<Frame>& fFrames = fFramesScratch.Get();
+  Scratch<JsonObject::Member> fPairsScratch;
+  std::vector<JsonObject::Member>& fPairs = fPairsScratch.Get();
+  Scratch<JsonValue*> fValuesScratch;
+  std::vector<JsonValue*>& fValues = fValuesScratch.Get();
   std::string fKey;
 };
 

@@ -2,6 +2,8 @@
 // and compiled objects.
 #include <gtest/gtest.h>
 
+#include <thread>
+
 #include "Mjson.h"
 
 namespace {
@@ -245,6 +247,24 @@ TEST(CompiledObjects, SlotsAndCounts) {
   JsonCompiledObject copy(o);
   EXPECT_TRUE(copy == o);
   EXPECT_EQ(Text(JsonCompiledObject(nullptr)), "{}");
+}
+
+}  // namespace
+
+namespace {
+
+// Freed by static destruction, after this thread's caches are gone.
+JsonAutoRefPtr<JsonValue> gLateValue;
+
+TEST(Values, StaticValuesOutliveThreadCaches) {
+  gLateValue = JsonValue::ReadFromString("[{\"a\":[1,2,\"long enough to own a buffer\"]},3]", nullptr,
+                                         nullptr);
+  ASSERT_TRUE(gLateValue);
+  std::thread([] {
+    // A thread that allocates and frees nodes and then ends.
+    auto v = JsonValue::Copy(*gLateValue);
+    EXPECT_TRUE(*v == *gLateValue);
+  }).join();
 }
 
 }  // namespace
