@@ -1,0 +1,87 @@
+// The module's metadata exports and the hand-over of its declarations.
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+#include "zentorMacros.h"
+
+// Constant-initialised, so it is already a valid empty string whichever
+// translation unit's initialisers run first; the declaration table appends
+// to it while the library is being loaded.
+constinit std::string sInfo;
+
+namespace {
+
+const char kEmpty[] = "";
+
+}  // namespace
+
+[[noreturn]] void Zentor::AssertionFailed(const char* expression, const char* file,
+                                          unsigned int line, const char* function) noexcept {
+  std::fprintf(stderr, "%s:%u: %s: Assertion `%s' failed.\n", file, line, function, expression);
+  std::fflush(stderr);
+  std::abort();
+}
+
+// Not exported: the host learns the module's name from the file it loaded.
+const char* GetZentorModuleName() {
+  return "JSON";
+}
+
+ZENTOR_EXPORT const char* GetModuleVersion() {
+  return "1.16.0.0";
+}
+ZENTOR_EXPORT const char* GetSupportedPlatforms() {
+  return "linux,mac,windows";
+}
+ZENTOR_EXPORT const char* GetState() {
+  return "stable";
+}
+ZENTOR_EXPORT const char* GetDownwardsCompatibility() {
+  return "1.6.0";
+}
+ZENTOR_EXPORT const char* GetSDKDependency() {
+  return "[1.20.13.0-]";
+}
+ZENTOR_EXPORT const char* GetModuleZentorVersion() {
+  return "1.20.16.0-19";
+}
+ZENTOR_EXPORT const char* GetZentorSDKVersion() {
+  return "1.20.16.0";
+}
+
+// The module depends on no other module; all seven lists are the same empty
+// string.
+ZENTOR_EXPORT const char* GetModuleDependencies() {
+  return kEmpty;
+}
+ZENTOR_EXPORT const char* GetModuleDependenciesOptional() {
+  return kEmpty;
+}
+ZENTOR_EXPORT const char* GetModuleDependenciesLoadBefore() {
+  return kEmpty;
+}
+ZENTOR_EXPORT const char* GetAlternativeFunctionDependencies() {
+  return kEmpty;
+}
+ZENTOR_EXPORT const char* GetAlternativeProcedureDependencies() {
+  return kEmpty;
+}
+ZENTOR_EXPORT const char* GetOptionalFunctionDependencies() {
+  return kEmpty;
+}
+ZENTOR_EXPORT const char* GetOptionalProcedureDependencies() {
+  return kEmpty;
+}
+
+// Cleans the assembled declarations in place and hands them over. The
+// declaration macros leave an empty word for the call context, so lists end
+// in ",)" (or hold ",," and "(," in general); a second call finds nothing
+// left to replace and returns the same text.
+ZENTOR_EXPORT const char* GetModuleDefinition(void*) {
+  Zentor::ReplaceAllStringsInPlace(sInfo, ",,", ",");
+  Zentor::ReplaceAllStringsInPlace(sInfo, ",)", ")");
+  Zentor::ReplaceAllStringsInPlace(sInfo, "(,", "( ");
+  Zentor::ReplaceAllStringsInPlace(sInfo, "( ,", "( ");
+  return sInfo.c_str();
+}
