@@ -131,7 +131,9 @@ class IObject {
 template <class I>
 class InterfaceImpl : public I {
  public:
-  int Interface_AddRef() const override { return fUseCount.fetch_add(1, std::memory_order_seq_cst); }
+  int Interface_AddRef() const override {
+    return fUseCount.fetch_add(1, std::memory_order_seq_cst);
+  }
   int Interface_Release() const override {
     if (fUseCount.fetch_sub(1, std::memory_order_seq_cst) == 1) {
       delete this;
@@ -278,7 +280,9 @@ class IDataRef : public IObject {
   unsigned long long Read(char* out, unsigned long long size, unsigned long long offset) const {
     return Interface_Read(out, size, offset);
   }
-  bool IsEqual(const IDataRef* other) const { return Interface_IsEqual(const_cast<IDataRef*>(other)); }
+  bool IsEqual(const IDataRef* other) const {
+    return Interface_IsEqual(const_cast<IDataRef*>(other));
+  }
   AutoRefPtr<IDataRef> Clone() const { return AutoRefPtr<IDataRef>(Interface_Clone()); }
   // The bytes in one piece, or null for an implementation that only reads
   // in pieces (then use Read).
@@ -313,7 +317,9 @@ class IDataRef : public IObject {
 class IUserDefinedType : public IObject {
  public:
   const char* GetName() const { return Interface_GetName(); }
-  AutoRefPtr<IUserDefinedType> Clone() const { return AutoRefPtr<IUserDefinedType>(Interface_Clone()); }
+  AutoRefPtr<IUserDefinedType> Clone() const {
+    return AutoRefPtr<IUserDefinedType>(Interface_Clone());
+  }
   unsigned int GetType() const { return Interface_GetType(); }
   bool LessThan(const IUserDefinedType* other) const { return Interface_LessThan(other); }
   bool Deserialize(const IJSON* json, IContext* context = nullptr) {
@@ -335,7 +341,9 @@ class IUserDefinedType : public IObject {
   // The type id under which the host registered the type.
   virtual unsigned int Interface_GetType() const = 0;
   virtual bool Interface_LessThan(const IUserDefinedType* other) const = 0;
-  virtual bool Interface_Deserialize(const IJSON* json) { return Interface_Deserialize(json, nullptr); }
+  virtual bool Interface_Deserialize(const IJSON* json) {
+    return Interface_Deserialize(json, nullptr);
+  }
   virtual bool Interface_Deserialize(const IJSON* json, IContext* context) = 0;
   // +1
   virtual IJSON* Interface_Serialize() const { return Interface_Serialize(nullptr); }
@@ -347,7 +355,8 @@ class IUserDefinedType : public IObject {
                                         unsigned long long format) = 0;
   // Stores a pointer to the encoded form into *out; returns its size, 0 when
   // the format is not supported.
-  virtual unsigned long long Interface_ToBinaryData(void** out, unsigned long long format) const = 0;
+  virtual unsigned long long Interface_ToBinaryData(void** out,
+                                                    unsigned long long format) const = 0;
 
  protected:
   virtual ~IUserDefinedType() = default;
@@ -357,7 +366,8 @@ class IUserDefinedType : public IObject {
 class UserDefinedType : public InterfaceImpl<IUserDefinedType> {
  public:
   explicit UserDefinedType(unsigned int typeId) : fTypeId(typeId) {}
-  UserDefinedType(const UserDefinedType& other) : InterfaceImpl<IUserDefinedType>(other), fTypeId(other.fTypeId) {}
+  UserDefinedType(const UserDefinedType& other)
+      : InterfaceImpl<IUserDefinedType>(other), fTypeId(other.fTypeId) {}
 
   unsigned int GetTypeId() const { return fTypeId; }
 
@@ -374,7 +384,8 @@ class UserDefinedType : public InterfaceImpl<IUserDefinedType> {
 template <class T>
 class CustomType : public UserDefinedType {
  public:
-  CustomType(unsigned int typeId, std::string name) : UserDefinedType(typeId), fName(std::move(name)) {}
+  CustomType(unsigned int typeId, std::string name)
+      : UserDefinedType(typeId), fName(std::move(name)) {}
   CustomType(const CustomType& other) : UserDefinedType(other), fName(other.fName) {}
 
   const char* Interface_GetName() const override { return fName.c_str(); }
@@ -385,7 +396,9 @@ class CustomType : public UserDefinedType {
   bool Interface_Deserialize(const IJSON*, IContext*) override { return false; }
   using IUserDefinedType::Interface_Serialize;
   IJSON* Interface_Serialize(IContext*) const override { return nullptr; }
-  bool Interface_FromBinaryData(const void*, unsigned long long, unsigned long long) override { return false; }
+  bool Interface_FromBinaryData(const void*, unsigned long long, unsigned long long) override {
+    return false;
+  }
   unsigned long long Interface_ToBinaryData(void**, unsigned long long) const override { return 0; }
 
   const std::string& GetTypeName() const { return fName; }
@@ -408,7 +421,9 @@ class IVariant : public IObject {
   // "" for other kinds. Valid until the variant changes.
   const char* GetString() const { return Interface_GetString(); }
   unsigned long long GetStringSize() const { return Interface_GetStringSize(); }
-  std::string GetStdString() const { return std::string(GetString(), static_cast<size_t>(GetStringSize())); }
+  std::string GetStdString() const {
+    return std::string(GetString(), static_cast<size_t>(GetStringSize()));
+  }
   bool GetBoolean() const { return Interface_GetBoolean(); }
   double GetNumber() const { return Interface_GetNumber(); }
   // The object of a user-defined variant, with a reference of its own;
@@ -418,11 +433,15 @@ class IVariant : public IObject {
   }
   // The same object borrowed: no reference added.
   IUserDefinedType* GetUserDefinedPtr() const { return Interface_GetUserDefined(); }
-  AutoRefPtr<IDataRef> GetData() const { return AutoRefPtr<IDataRef>(Interface_GetData(), kAddRef); }
+  AutoRefPtr<IDataRef> GetData() const {
+    return AutoRefPtr<IDataRef>(Interface_GetData(), kAddRef);
+  }
   // Empty when the variant holds no vector.
   AutoRefPtr<IVectorGeneric> GetVector() const;
 
-  void AssignString(const char* text, unsigned long long size) { Interface_AssignString(text, size); }
+  void AssignString(const char* text, unsigned long long size) {
+    Interface_AssignString(text, size);
+  }
   void AssignString(const std::string& text) { Interface_AssignString(text.data(), text.size()); }
   void AssignBoolean(bool value) { Interface_AssignBoolean(value); }
   void AssignNumber(double value) { Interface_AssignNumber(value); }
@@ -466,7 +485,9 @@ class IVectorGeneric : public IObject {
  public:
   unsigned long long GetSize() const { return Interface_GetSize(); }
   // The element as a new variant; empty when `index` is out of range.
-  AutoRefPtr<IVariant> Get(unsigned long long index) const { return AutoRefPtr<IVariant>(Interface_Get(index)); }
+  AutoRefPtr<IVariant> Get(unsigned long long index) const {
+    return AutoRefPtr<IVariant>(Interface_Get(index));
+  }
   // Appends the variant's value; false when its kind is not the element
   // kind.
   bool Add(const IVariant* value) { return Interface_Add(value); }
@@ -544,8 +565,12 @@ class IVector<std::string> : public IVectorGeneric {
     if (!Interface_GetStringAt(index, &data, &size) || !data) return std::string();
     return std::string(data, static_cast<size_t>(size));
   }
-  bool PushBack(const char* data, unsigned long long size) { return Interface_PushBackString(data, size); }
-  bool PushBack(const std::string& value) { return Interface_PushBackString(value.data(), value.size()); }
+  bool PushBack(const char* data, unsigned long long size) {
+    return Interface_PushBackString(data, size);
+  }
+  bool PushBack(const std::string& value) {
+    return Interface_PushBackString(value.data(), value.size());
+  }
   std::vector<std::string> ToStdVector() const {
     std::vector<std::string> out;
     for (unsigned long long i = 0, n = GetSize(); i < n; ++i) out.push_back(At(i));
@@ -604,14 +629,16 @@ class IModuleInfo : public IObject {
 
 class IContext : public IObject {
  public:
-  void TriggerErrorHandler(ErrorSeverity severity, const std::string& source, const std::string& code,
-                           const std::string& message) {
-    Interface_TriggerErrorHandler(static_cast<int>(severity), source.c_str(), code.c_str(), message.data(),
-                                  message.size());
+  void TriggerErrorHandler(ErrorSeverity severity, const std::string& source,
+                           const std::string& code, const std::string& message) {
+    Interface_TriggerErrorHandler(static_cast<int>(severity), source.c_str(), code.c_str(),
+                                  message.data(), message.size());
   }
   bool HasError() const { return Interface_HasError(); }
   std::string GetErrorMessage() const {
-    return ReadText([this](char* buffer, unsigned long long size) { return Interface_GetErrorMessage(buffer, size); });
+    return ReadText([this](char* buffer, unsigned long long size) {
+      return Interface_GetErrorMessage(buffer, size);
+    });
   }
   void ClearError() { Interface_ClearError(); }
   void ErrorLog(const std::string& tag, const std::string& message) {
@@ -621,7 +648,9 @@ class IContext : public IObject {
     Interface_DebugLog(source.c_str(), level, message.c_str());
   }
   std::string PrintCallStack() const {
-    return ReadText([this](char* buffer, unsigned long long size) { return Interface_PrintCallStack(buffer, size); });
+    return ReadText([this](char* buffer, unsigned long long size) {
+      return Interface_PrintCallStack(buffer, size);
+    });
   }
   // kTypeInvalid when no type of that name is registered.
   unsigned int FindType(const char* name) const { return Interface_FindType(name); }
@@ -634,10 +663,12 @@ class IContext : public IObject {
     return AutoRefPtr<IVariant>(Interface_CreateInstance(typeId));
   }
   AutoRefPtr<IVector<bool>> CreateBooleanVector() {
-    return AutoRefPtr<IVector<bool>>(static_cast<IVector<bool>*>(Interface_CreateVector(kTypeBoolean)));
+    return AutoRefPtr<IVector<bool>>(
+        static_cast<IVector<bool>*>(Interface_CreateVector(kTypeBoolean)));
   }
   AutoRefPtr<IVector<double>> CreateNumberVector() {
-    return AutoRefPtr<IVector<double>>(static_cast<IVector<double>*>(Interface_CreateVector(kTypeNumber)));
+    return AutoRefPtr<IVector<double>>(
+        static_cast<IVector<double>*>(Interface_CreateVector(kTypeNumber)));
   }
   AutoRefPtr<IVector<std::string>> CreateStringVector() {
     return AutoRefPtr<IVector<std::string>>(
@@ -661,16 +692,19 @@ class IContext : public IObject {
   bool IsInterrupted() const { return Interface_IsInterrupted(); }
 
   virtual void Interface_TriggerErrorHandler(int severity, const char* source, const char* code,
-                                             const char* message, unsigned long long messageSize) = 0;
+                                             const char* message,
+                                             unsigned long long messageSize) = 0;
   virtual bool Interface_HasError() const = 0;
   // Text protocol: returns the length + 1; copies text and zero byte only
   // when they fit into `size` bytes.
-  virtual unsigned long long Interface_GetErrorMessage(char* buffer, unsigned long long size) const = 0;
+  virtual unsigned long long Interface_GetErrorMessage(char* buffer,
+                                                       unsigned long long size) const = 0;
   virtual void Interface_ClearError() = 0;
   virtual void Interface_ErrorLog(const char* tag, const char* message) = 0;
   virtual void Interface_DebugLog(const char* source, int level, const char* message) = 0;
   // Text protocol as Interface_GetErrorMessage.
-  virtual unsigned long long Interface_PrintCallStack(char* buffer, unsigned long long size) const = 0;
+  virtual unsigned long long Interface_PrintCallStack(char* buffer,
+                                                      unsigned long long size) const = 0;
   virtual unsigned int Interface_FindType(const char* name) const = 0;
   // +1, null for an unknown id.
   virtual IVariant* Interface_CreateInstance(unsigned int typeId) = 0;
@@ -678,8 +712,9 @@ class IContext : public IObject {
   // any other kind.
   virtual IVectorGeneric* Interface_CreateVector(unsigned int elementKind) = 0;
   // *moduleInfo (when not null) receives +1 or null.
-  virtual ZentorFunction Interface_GetFunction(const char* name, unsigned int typeCount, const char* const* types,
-                                               IModuleInfo** moduleInfo, unsigned char flag) = 0;
+  virtual ZentorFunction Interface_GetFunction(const char* name, unsigned int typeCount,
+                                               const char* const* types, IModuleInfo** moduleInfo,
+                                               unsigned char flag) = 0;
   virtual unsigned long long Interface_GetZentorInstanceId() const = 0;
   virtual bool Interface_IsInterrupted() const = 0;
 

@@ -65,8 +65,12 @@ class IJSON : public IObject {
     return true;
   }
 
-  AutoRefPtr<IJSON> FindNodePath(const char* path) const { return AutoRefPtr<IJSON>(Interface_FindNodePath(path)); }
-  AutoRefPtr<IJSON> FindNodePath(const std::string& path) const { return FindNodePath(path.c_str()); }
+  AutoRefPtr<IJSON> FindNodePath(const char* path) const {
+    return AutoRefPtr<IJSON>(Interface_FindNodePath(path));
+  }
+  AutoRefPtr<IJSON> FindNodePath(const std::string& path) const {
+    return FindNodePath(path.c_str());
+  }
   AutoRefPtr<IJSON> ElementMatchingString(const char* key, const char* value) const {
     return AutoRefPtr<IJSON>(Interface_ElementMatchingString(key, value));
   }
@@ -82,7 +86,8 @@ class IJSON : public IObject {
     // index `size`, so the buffer offered is one byte larger than `size`.
     std::string buffer(255, '\0');
     for (;;) {
-      const unsigned long long needed = Interface_GetString(key, buffer.data(), buffer.size(), nullptr);
+      const unsigned long long needed =
+          Interface_GetString(key, buffer.data(), buffer.size(), nullptr);
       if (needed == 0) return false;
       if (needed - 1 <= buffer.size()) {
         out.assign(buffer.data(), static_cast<size_t>(needed - 1));
@@ -91,12 +96,16 @@ class IJSON : public IObject {
       buffer.assign(static_cast<size_t>(needed - 1), '\0');
     }
   }
-  bool GetString(const std::string& key, std::string& out) const { return GetString(key.c_str(), out); }
+  bool GetString(const std::string& key, std::string& out) const {
+    return GetString(key.c_str(), out);
+  }
   bool GetDouble(const char* key, double& out) const { return Interface_GetDouble(key, &out); }
   bool GetInt(const char* key, int& out) const { return Interface_GetInt(key, &out); }
   bool GetUInt(const char* key, unsigned int& out) const { return Interface_GetUInt(key, &out); }
   bool GetInt64(const char* key, long long& out) const { return Interface_GetInt64(key, &out); }
-  bool GetUInt64(const char* key, unsigned long long& out) const { return Interface_GetUInt64(key, &out); }
+  bool GetUInt64(const char* key, unsigned long long& out) const {
+    return Interface_GetUInt64(key, &out);
+  }
   bool GetBoolean(const char* key, bool& out) const {
     unsigned char value = 0;
     const bool ok = Interface_GetBoolean(key, &value);
@@ -107,15 +116,21 @@ class IJSON : public IObject {
   AutoRefPtr<IJSON> Get(const std::string& key) const { return Get(key.c_str()); }
   bool Has(const char* key) const { return Interface_Has(key); }
   bool Has(const std::string& key) const { return Interface_Has(key.c_str()); }
-  AutoRefPtr<IJSON> At(unsigned long long index) const { return AutoRefPtr<IJSON>(Interface_At(index)); }
+  AutoRefPtr<IJSON> At(unsigned long long index) const {
+    return AutoRefPtr<IJSON>(Interface_At(index));
+  }
 
   bool PushBackBool(bool value) { return Interface_PushBackBool(value ? 1 : 0); }
   bool PushBackString(const char* text) { return Interface_PushBackString(text); }
   bool PushBackString(const std::string& text) { return Interface_PushBackString(text.c_str()); }
   bool PushBackDouble(double value) { return Interface_PushBackDouble(value); }
   bool PushBackJSON(const IJSON* other) { return Interface_PushBackJSON(other); }
-  AutoRefPtr<IJSON> RemoveIndex(unsigned long long index) { return AutoRefPtr<IJSON>(Interface_RemoveIndex(index)); }
-  AutoRefPtr<IJSON> RemoveKey(const char* key) { return AutoRefPtr<IJSON>(Interface_RemoveKey(key)); }
+  AutoRefPtr<IJSON> RemoveIndex(unsigned long long index) {
+    return AutoRefPtr<IJSON>(Interface_RemoveIndex(index));
+  }
+  AutoRefPtr<IJSON> RemoveKey(const char* key) {
+    return AutoRefPtr<IJSON>(Interface_RemoveKey(key));
+  }
 
   bool AsBool(bool& out) const {
     unsigned char value = 0;
@@ -132,7 +147,8 @@ class IJSON : public IObject {
     std::string buffer(255, '\0');
     for (;;) {
       unsigned char complete = 0;
-      const unsigned long long needed = Interface_AsString(buffer.data(), buffer.size() + 1, &complete);
+      const unsigned long long needed =
+          Interface_AsString(buffer.data(), buffer.size() + 1, &complete);
       if (needed == 0) return false;
       if (complete) {
         out.assign(buffer.data(), static_cast<size_t>(needed - 1));
@@ -159,17 +175,24 @@ class IJSON : public IObject {
   bool SetInt(const char* key, int value) { return Interface_SetInt(key, value); }
   bool SetUInt(const char* key, unsigned int value) { return Interface_SetUInt(key, value); }
   bool SetInt64(const char* key, long long value) { return Interface_SetInt64(key, value); }
-  bool SetUInt64(const char* key, unsigned long long value) { return Interface_SetUInt64(key, value); }
+  bool SetUInt64(const char* key, unsigned long long value) {
+    return Interface_SetUInt64(key, value);
+  }
   bool SetString(const char* key, const char* value) { return Interface_SetString(key, value); }
   bool SetString(const std::string& key, const std::string& value) {
     return Interface_SetString(key.c_str(), value.c_str());
   }
   bool SetJSON(const char* key, const IJSON* value) { return Interface_SetJSON(key, value); }
   bool SetNull(const char* key) { return Interface_SetNull(key); }
-  bool ReplaceIndex(unsigned long long index, const IJSON* value) { return Interface_ReplaceIndex(index, value); }
+  bool ReplaceIndex(unsigned long long index, const IJSON* value) {
+    return Interface_ReplaceIndex(index, value);
+  }
 
-  bool ForEach(ForEachCallback callback, void* user) const { return Interface_ForEach(callback, user); }
-  bool ForEach(ForEachErrorCallback callback, void* user, char* errorBuffer, unsigned int errorBufferSize) const {
+  bool ForEach(ForEachCallback callback, void* user) const {
+    return Interface_ForEach(callback, user);
+  }
+  bool ForEach(ForEachErrorCallback callback, void* user, char* errorBuffer,
+               unsigned int errorBufferSize) const {
     return Interface_ForEach(callback, user, errorBuffer, errorBufferSize);
   }
   bool ForEach(ForEachContextCallback callback, void* user, IContext* context) const {
@@ -181,8 +204,12 @@ class IJSON : public IObject {
   // Wire form: the text length as 8 bytes little-endian, then the compact
   // text without zero byte.
   unsigned long long SerializedSize() { return Interface_SerializedSize(); }
-  unsigned long long Deserialize(const char* data, unsigned long long size) { return Interface_Deserialize(data, size); }
-  unsigned long long Serialize(char* buffer, unsigned long long size) { return Interface_Serialize(buffer, size); }
+  unsigned long long Deserialize(const char* data, unsigned long long size) {
+    return Interface_Deserialize(data, size);
+  }
+  unsigned long long Serialize(char* buffer, unsigned long long size) {
+    return Interface_Serialize(buffer, size);
+  }
   bool Serialize(std::string& out) {
     out.assign(static_cast<size_t>(SerializedSize()), '\0');
     const unsigned long long written = Interface_Serialize(out.data(), out.size());
@@ -196,7 +223,8 @@ class IJSON : public IObject {
     std::string buffer(255, '\0');
     for (;;) {
       unsigned char complete = 0;
-      const unsigned long long needed = Interface_GetErrorMessage(buffer.data(), buffer.size() + 1, &complete);
+      const unsigned long long needed =
+          Interface_GetErrorMessage(buffer.data(), buffer.size() + 1, &complete);
       if (needed == 0) return std::string();
       if (complete) return std::string(buffer.data(), static_cast<size_t>(needed - 1));
       buffer.assign(static_cast<size_t>(needed - 1), '\0');
@@ -209,8 +237,10 @@ class IJSON : public IObject {
   virtual bool Interface_LessThan(const IJSON* other) const = 0;
   virtual bool Interface_Equals(const IJSON* other) const = 0;
   // Copies text and zero byte when length < size; returns length + 1.
-  virtual unsigned long long Interface_ToString(const char* indent, char* buffer, unsigned long long size) const = 0;
-  virtual unsigned long long Interface_ToCachedString(const char* indent, char* buffer, unsigned long long size) = 0;
+  virtual unsigned long long Interface_ToString(const char* indent, char* buffer,
+                                                unsigned long long size) const = 0;
+  virtual unsigned long long Interface_ToCachedString(const char* indent, char* buffer,
+                                                      unsigned long long size) = 0;
   virtual IJSON* Interface_FindNodePath(const char* path) const = 0;
   virtual IJSON* Interface_ElementMatchingString(const char* key, const char* value) const = 0;
   virtual IJSON* Interface_ElementMatchingDouble(const char* key, double value) const = 0;
@@ -218,7 +248,8 @@ class IJSON : public IObject {
   virtual bool Interface_Empty() const = 0;
   // Returns length + 1 of the member's text (0 when there is none); copies
   // text and zero byte (at index length) when length <= size.
-  virtual unsigned long long Interface_GetString(const char* key, char* buffer, unsigned long long size,
+  virtual unsigned long long Interface_GetString(const char* key, char* buffer,
+                                                 unsigned long long size,
                                                  unsigned char* complete) const = 0;
   virtual bool Interface_GetDouble(const char* key, double* out) const = 0;
   virtual bool Interface_GetInt(const char* key, int* out) const = 0;
@@ -269,7 +300,8 @@ class IJSON : public IObject {
   virtual bool Interface_ForEach(ForEachCallback callback, void* user) const = 0;
   virtual bool Interface_ForEach(ForEachErrorCallback callback, void* user, char* errorBuffer,
                                  unsigned int errorBufferSize) const = 0;
-  virtual bool Interface_ForEach(ForEachContextCallback callback, void* user, IContext* context) const = 0;
+  virtual bool Interface_ForEach(ForEachContextCallback callback, void* user,
+                                 IContext* context) const = 0;
   virtual IJSON* Interface_Clone() const = 0;
   virtual unsigned long long Interface_SerializedSize() = 0;
   // Both return the bytes used, or kInvalidSize.

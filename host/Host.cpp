@@ -1,0 +1,421 @@
+#include "Host.h"
+
+#include <dlfcn.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <climits>
+#include <cstring>
+
+namespace zhost {
+
+const char* const kMetadataExports[14] = {
+    "GetModuleVersion",
+    "GetSupportedPlatforms",
+    "GetState",
+    "GetDownwardsCompatibility",
+    "GetSDKDependency",
+    "GetModuleZentorVersion",
+    "GetZentorSDKVersion",
+    "GetModuleDependencies",
+    "GetModuleDependenciesOptional",
+    "GetModuleDependenciesLoadBefore",
+    "GetAlternativeFunctionDependencies",
+    "GetAlternativeProcedureDependencies",
+    "GetOptionalFunctionDependencies",
+    "GetOptionalProcedureDependencies",
+};
+
+namespace {
+
+thread_local std::vector<std::string> tCallStack;
+
+const char* SeverityName(int severity) {
+  switch (severity) {
+    case 0:
+      return "info";
+    case 1:
+      return "warning";
+    case 2:
+      return "error";
+    case 3:
+      return "fatal";
+    default:
+      return "unknown";
+  }
+}
+
+// The length + 1 text protocol of IContext.
+unsigned long long CopyText(const std::string& text, char* buffer, unsigned long long size) {
+  const unsigned long long needed = text.size() + 1;
+  if (buffer && needed <= size) std::memcpy(buffer, text.c_str(), text.size() + 1);
+  return needed;
+}
+
+std::string Str(const char* text) {
+  return text ? text : "";
+}
+
+std::string ModuleName(const std::string& path) {
+  std::string name = path.substr(path.find_last_of('/') + 1);
+  if (name.rfind("lib", 0) == 0) name = name.substr(3);
+  const size_t so = name.find(".so");
+  if (so != std::string::npos) name = name.substr(0, so);
+  return name;
+}
+
+}  // namespace
+
+void HostLogger::Interface_Log(int severity, const char* source, const char* message) {
+  fOut.Line("! log: module " + fModule + ", severity " + std::to_string(severity) + " (" +
+            SeverityName(severity) + "), source " + Quote(Str(source)) + ", message " +
+            Quote(Str(message)));
+}
+
+// --- context ---------------------------------------------------------------
+
+HostContext::ErrorState HostContext::GetErrorState() const {
+  std::lock_guard<std::mutex> lock(fMutex);
+  return fError;
+}
+
+void HostContext::Interface_TriggerErrorHandler(int severity, const char* source, const char* code,
+                                                const char* message,
+                                                unsigned long long messageSize) {
+  ErrorState state;
+  state.hasError = true;
+  state.severity = severity;
+  state.source = Str(source);
+  state.code = Str(code);
+  state.message = message ? std::string(message, static_cast<size_t>(messageSize)) : std::string();
+  fHost.Out().Line("! report: severity " + std::to_string(severity) + " (" +
+                   SeverityName(severity) + "), source " + Quote(state.source) + ", code " +
+                   Quote(state.code) + ", message " + Quote(state.message));
+  std::lock_guard<std::mutex> lock(fMutex);
+  fError = std::move(state);
+}
+
+bool HostContext::Interface_HasError() const {
+  std::lock_guard<std::mutex> lock(fMutex);
+  return fError.hasError;
+}
+
+unsigned long long HostContext::Interface_GetErrorMessage(char* buffer,
+                                                          unsigned long long size) const {
+  std::lock_guard<std::mutex> lock(fMutex);
+  return CopyText(fError.message, buffer, size);
+}
+
+void HostContext::Interface_ClearError() {
+  std::lock_guard<std::mutex> lock(fMutex);
+  fError = ErrorState();
+}
+
+void HostContext::Interface_ErrorLog(const char* tag, const char* message) {
+  fHost.Out().Line("! log: tag " + Quote(Str(tag)) + ", message " + Quote(Str(message)));
+}
+
+void HostContext::Interface_DebugLog(const char* source, int level, const char* message) {
+  fHost.Out().Line("! debug: source " + Quote(Str(source)) + ", level " + std::to_string(level) +
+                   ", message " + Quote(Str(message)));
+}
+
+unsigned long long HostContext::Interface_PrintCallStack(char* buffer,
+                                                         unsigned long long size) const {
+  return CopyText(Host::CallStack(), buffer, size);
+}
+
+unsigned int HostContext::Interface_FindType(const char* name) const {
+  return name ? fHost.FindType(name) : Zentor::kTypeInvalid;
+}
+
+Zentor::IVariant* HostContext::Interface_CreateInstance(unsigned int typeId) {
+  return fHost.CreateInstance(typeId);
+}
+
+Zentor::IVectorGeneric* HostContext::Interface_CreateVector(unsigned int elementKind) {
+  return NewVector(elementKind);
+}
+
+Zentor::ZentorFunction HostContext::Interface_GetFunction(const char* name, unsigned int typeCount,
+                                                          const char* const* types,
+                                                          Zentor::IModuleInfo** moduleInfo,
+                                                          unsigned char /*flag*/) {
+  // The flag carries no meaning for this host: every lookup is by name and
+  // exact type words.
+  if (moduleInfo) *moduleInfo = nullptr;
+  if (!name || typeCount == 0 || !types) return nullptr;
+  std::vector<std::string> words;
+  for (unsigned int i = 0; i < typeCount; ++i) words.push_back(Str(types[i]));
+  // The context's empty word may close the list; it is no parameter.
+  while (words.size() > 1 && words.back().empty()) words.pop_back();
+  const std::string result = words.front();
+  const std::vector<std::string> params(words.begin() + 1, words.end());
+  const auto overload = fHost.FindOverload(name, &result, params);
+  if (!overload || !overload->entry) return nullptr;
+  if (moduleInfo && overload->module && overload->module->info) {
+    overload->module->info->AddRef();
+    *moduleInfo = overload->module->info.get();
+  }
+  return overload->entry;
+}
+
+// --- host ------------------------------------------------------------------
+
+Host::Host(Output& out) : fOut(out), fContext(new HostContext(*this)) {}
+
+// Modules stay mapped: objects they made may outlive the host's tables
+// (variables released at exit), and unloading buys a test host nothing.
+Host::~Host() = default;
+
+std::string Host::ExecutableDir() {
+  char path[PATH_MAX];
+  const ssize_t length = readlink("/proc/self/exe", path, sizeof path - 1);
+  if (length <= 0) return ".";
+  std::string text(path, static_cast<size_t>(length));
+  const size_t slash = text.find_last_of('/');
+  return slash == std::string::npos ? std::string(".") : text.substr(0, slash);
+}
+
+bool Host::Load(const std::string& location, std::string& error) {
+  std::string path = location;
+  if (location.find('/') == std::string::npos) {
+    const std::string local = ExecutableDir() + "/" + location;
+    if (access(local.c_str(), F_OK) == 0) path = local;
+  }
+  void* handle = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+  if (!handle) {
+    const char* reason = dlerror();
+    error = reason ? reason : ("cannot open " + path);
+    return false;
+  }
+  for (const LoadedModule* loaded : Modules()) {
+    if (loaded->handle == handle) {
+      // The same library again: dlopen only counted one more reference.
+      dlclose(handle);
+      error = "already loaded as " + loaded->name;
+      return false;
+    }
+  }
+  auto module = std::make_unique<LoadedModule>();
+  module->name = ModuleName(path);
+  module->path = path;
+  module->handle = handle;
+  for (const char* exportName : kMetadataExports) {
+    MetadataEntry entry;
+    entry.name = exportName;
+    if (auto getter = reinterpret_cast<Zentor::ZentorMetadataGetter>(dlsym(handle, exportName))) {
+      entry.present = true;
+      const char* value = nullptr;
+      std::string exception;
+      if (!Guarded([&] { value = getter(); }, exception))
+        fOut.Line("! exception: " + exception + " (in " + exportName + " of " + module->name + ")");
+      entry.isNull = value == nullptr;
+      entry.value = Str(value);
+    }
+    module->metadata.push_back(std::move(entry));
+  }
+  module->definitionGetter =
+      reinterpret_cast<Zentor::ZentorDefinitionGetter>(dlsym(handle, "GetModuleDefinition"));
+  if (!module->definitionGetter) {
+    error = path + " has no GetModuleDefinition export";
+    dlclose(handle);
+    return false;
+  }
+  const char* definition = nullptr;
+  std::string exception;
+  if (!Guarded([&] { definition = module->definitionGetter(this); }, exception)) {
+    error = "GetModuleDefinition of " + path + " threw " + exception;
+    dlclose(handle);
+    return false;
+  }
+  module->definition = Str(definition);
+  module->parsed = ParseDefinition(module->definition);
+  for (const std::string& problem : module->parsed.errors)
+    fOut.Line("! load: " + module->name + ": definition " + problem);
+  module->info.reset(new HostModuleInfo(fOut, module->name, module->metadata[0].value, path));
+
+  std::lock_guard<std::mutex> lock(fMutex);
+  for (const TypeDeclaration& type : module->parsed.types) {
+    const bool taken = std::any_of(fTypes.begin(), fTypes.end(),
+                                   [&](const RegisteredType& t) { return t.name == type.name; });
+    if (taken || type.name == "BOOLEAN" || type.name == "NUMBER" || type.name == "STRING" ||
+        type.name == "DATAREF") {
+      fOut.Line("! load: " + module->name + ": type " + type.name +
+                " is already registered; declaration ignored");
+      continue;
+    }
+    RegisteredType registered;
+    registered.id = Zentor::kTypeFirstUserDefined + static_cast<unsigned int>(fTypes.size());
+    registered.name = type.name;
+    registered.factorySymbol = type.factory;
+    registered.flags = type.flags;
+    registered.factory =
+        reinterpret_cast<Zentor::ZentorTypeFactory>(dlsym(handle, type.factory.c_str()));
+    registered.module = module.get();
+    if (!registered.factory) fMissing.push_back({module.get(), type.factory, type.text});
+    fTypes.push_back(std::move(registered));
+  }
+  for (const FunctionDeclaration& function : module->parsed.functions) {
+    auto overload = std::make_shared<Overload>();
+    overload->name = function.name;
+    overload->result = function.result;
+    overload->params = function.params;
+    overload->symbol = function.symbol;
+    overload->entry =
+        reinterpret_cast<Zentor::ZentorFunction>(dlsym(handle, function.symbol.c_str()));
+    overload->module = module.get();
+    overload->text = function.text;
+    if (!overload->entry) fMissing.push_back({module.get(), function.symbol, function.text});
+    auto& list = fFunctions[function.name];
+    const bool duplicate = std::any_of(list.begin(), list.end(),
+                                       [&](const auto& o) { return o->params == function.params; });
+    if (duplicate) {
+      fOut.Line("! load: " + module->name + ": " + Signature(function.name, function.params) +
+                " is already declared; declaration ignored");
+      continue;
+    }
+    list.push_back(std::move(overload));
+  }
+  fModules.push_back(std::move(module));
+  return true;
+}
+
+std::vector<const LoadedModule*> Host::Modules() const {
+  std::lock_guard<std::mutex> lock(fMutex);
+  std::vector<const LoadedModule*> out;
+  for (const auto& module : fModules) out.push_back(module.get());
+  return out;
+}
+
+const LoadedModule* Host::FindModule(const std::string& name) const {
+  std::lock_guard<std::mutex> lock(fMutex);
+  for (const auto& module : fModules) {
+    const std::string file = module->path.substr(module->path.find_last_of('/') + 1);
+    if (module->name == name || file == name || module->path == name) return module.get();
+  }
+  return nullptr;
+}
+
+unsigned int Host::FindType(const std::string& name) const {
+  if (name == "BOOLEAN") return Zentor::kTypeBoolean;
+  if (name == "NUMBER") return Zentor::kTypeNumber;
+  if (name == "STRING") return Zentor::kTypeString;
+  if (name == "DATAREF") return Zentor::kTypeData;
+  std::lock_guard<std::mutex> lock(fMutex);
+  for (const RegisteredType& type : fTypes)
+    if (type.name == name) return type.id;
+  return Zentor::kTypeInvalid;
+}
+
+std::optional<RegisteredType> Host::TypeById(unsigned int id) const {
+  std::lock_guard<std::mutex> lock(fMutex);
+  if (id < Zentor::kTypeFirstUserDefined || id - Zentor::kTypeFirstUserDefined >= fTypes.size())
+    return std::nullopt;
+  return fTypes[id - Zentor::kTypeFirstUserDefined];
+}
+
+std::vector<RegisteredType> Host::Types() const {
+  std::lock_guard<std::mutex> lock(fMutex);
+  return fTypes;
+}
+
+Zentor::IVariant* Host::CreateInstance(unsigned int id) {
+  auto variant = MakeVariant();
+  switch (id) {
+    case Zentor::kTypeInvalid:
+      return variant.release();
+    case Zentor::kTypeBoolean:
+      variant->AssignBoolean(false);
+      return variant.release();
+    case Zentor::kTypeNumber:
+      variant->AssignNumber(0.0);
+      return variant.release();
+    case Zentor::kTypeString:
+      variant->AssignString(std::string());
+      return variant.release();
+    case Zentor::kTypeData:
+      variant->SetNullData();
+      return variant.release();
+    default:
+      break;
+  }
+  const auto type = TypeById(id);
+  if (!type || !type->factory) return nullptr;
+  // The factory runs without the lock: it may call back into the host.
+  Zentor::IUserDefinedType* object = nullptr;
+  std::string exception;
+  if (!Guarded([&] { object = type->factory(id, fContext.get()); }, exception)) {
+    fOut.Line("! exception: " + exception + " (in factory " + type->factorySymbol + " of type " +
+              type->name + ")");
+    return nullptr;
+  }
+  if (!object) return nullptr;
+  Zentor::AutoRefPtr<Zentor::IUserDefinedType> owned(object);
+  variant->SetUserDefined(owned.get());
+  return variant.release();
+}
+
+std::vector<std::string> Host::FunctionNames() const {
+  std::lock_guard<std::mutex> lock(fMutex);
+  std::vector<std::string> names;
+  for (const auto& [name, list] : fFunctions) names.push_back(name);
+  return names;
+}
+
+std::vector<std::shared_ptr<const Overload>> Host::OverloadsOf(const std::string& name) const {
+  std::lock_guard<std::mutex> lock(fMutex);
+  const auto found = fFunctions.find(name);
+  return found == fFunctions.end() ? std::vector<std::shared_ptr<const Overload>>() : found->second;
+}
+
+std::shared_ptr<const Overload> Host::FindOverload(const std::string& name,
+                                                   const std::string* result,
+                                                   const std::vector<std::string>& params) const {
+  std::lock_guard<std::mutex> lock(fMutex);
+  const auto found = fFunctions.find(name);
+  if (found == fFunctions.end()) return nullptr;
+  for (const auto& overload : found->second)
+    if (overload->params == params && (!result || overload->result == *result)) return overload;
+  return nullptr;
+}
+
+std::vector<MissingSymbol> Host::Missing() const {
+  std::lock_guard<std::mutex> lock(fMutex);
+  return fMissing;
+}
+
+void* Host::FindSymbol(const std::string& symbol, const LoadedModule** module) const {
+  std::lock_guard<std::mutex> lock(fMutex);
+  for (const auto& loaded : fModules) {
+    if (void* address = dlsym(loaded->handle, symbol.c_str())) {
+      if (module) *module = loaded.get();
+      return address;
+    }
+  }
+  return nullptr;
+}
+
+CallOutcome Host::Call(Zentor::ZentorFunction entry, const LoadedModule* module,
+                       const std::string& label, std::vector<Zentor::IVariant*>& args,
+                       Zentor::IVariant* result) {
+  CallOutcome outcome;
+  tCallStack.push_back(label);
+  outcome.threw = !Guarded(
+      [&] {
+        outcome.status = entry(static_cast<int>(args.size()), args.data(), result,
+                               module ? module->info.get() : nullptr, fContext.get());
+      },
+      outcome.exception);
+  tCallStack.pop_back();
+  return outcome;
+}
+
+std::string Host::CallStack() {
+  std::string text;
+  for (auto it = tCallStack.rbegin(); it != tCallStack.rend(); ++it)
+    text += (text.empty() ? "at " : " <- at ") + *it;
+  return text;
+}
+
+}  // namespace zhost

@@ -1,0 +1,122 @@
+#include "Text.h"
+
+#include <cxxabi.h>
+
+#include <charconv>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+
+namespace zhost {
+namespace {
+
+const char kHexDigits[] = "0123456789abcdef";
+
+void AppendHexByte(std::string& out, unsigned char byte) {
+  out += "\\x";
+  out += kHexDigits[byte >> 4];
+  out += kHexDigits[byte & 15];
+}
+
+}  // namespace
+
+std::string Quote(const std::string& bytes) {
+  std::string out = "\"";
+  for (const char c : bytes) {
+    const auto byte = static_cast<unsigned char>(c);
+    switch (c) {
+      case '"':
+        out += "\\\"";
+        break;
+      case '\\':
+        out += "\\\\";
+        break;
+      case '\n':
+        out += "\\n";
+        break;
+      case '\r':
+        out += "\\r";
+        break;
+      case '\t':
+        out += "\\t";
+        break;
+      case '\0':
+        out += "\\0";
+        break;
+      default:
+        if (byte < 0x20 || byte >= 0x7f)
+          AppendHexByte(out, byte);
+        else
+          out += c;
+    }
+  }
+  return out + "\"";
+}
+
+std::string Printable(const std::string& bytes) {
+  std::string out;
+  for (const char c : bytes) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (byte < 0x20 || byte >= 0x7f)
+      AppendHexByte(out, byte);
+    else
+      out += c;
+  }
+  return out;
+}
+
+std::string FormatNumber(double value) {
+  if (std::isnan(value)) return "nan";
+  if (std::isinf(value)) return value < 0 ? "-inf" : "inf";
+  char buffer[64];
+  const auto result = std::to_chars(buffer, buffer + sizeof buffer, value);
+  return std::string(buffer, result.ptr);
+}
+
+std::string Hex(const std::string& bytes) {
+  std::string out;
+  for (const char c : bytes) {
+    const auto byte = static_cast<unsigned char>(c);
+    out += kHexDigits[byte >> 4];
+    out += kHexDigits[byte & 15];
+  }
+  return out;
+}
+
+std::string FormatStatus(unsigned int status) {
+  char buffer[16];
+  std::snprintf(buffer, sizeof buffer, "0x%08X", status);
+  return buffer;
+}
+
+std::string DescribeStatus(unsigned int status) {
+  const unsigned int kind = status & 0xFFFFu;
+  const std::string position = std::to_string(status >> 16);
+  switch (kind) {
+    case 1:
+      return "argument " + position + " missing";
+    case 2:
+      return "argument " + position + " has the wrong kind";
+    case 4:
+      return "argument " + position + " is an invalid object (a user-defined value without object)";
+    default:
+      return "unknown kind " + std::to_string(kind) + " at argument " + position;
+  }
+}
+
+std::string Demangle(const char* mangled) {
+  if (!mangled) return "unknown type";
+  int status = 0;
+  std::unique_ptr<char, void (*)(void*)> readable(
+      abi::__cxa_demangle(mangled, nullptr, nullptr, &status), std::free);
+  return status == 0 && readable ? std::string(readable.get()) : std::string(mangled);
+}
+
+void Output::Line(const std::string& text) {
+  std::lock_guard<std::mutex> lock(fMutex);
+  fOut << text << '\n';
+  fOut.flush();
+}
+
+}  // namespace zhost

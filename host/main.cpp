@@ -1,0 +1,91 @@
+// zentor: the reference host. Loads the JSON module (and any other module
+// named on the command line) and runs scripts against them.
+#include <unistd.h>
+
+#include <fstream>
+#include <iostream>
+#include <string>
+#include <vector>
+
+#include "Host.h"
+#include "Script.h"
+
+namespace {
+
+const char kUsage[] =
+    "usage: zentor [options] [SCRIPT]\n"
+    "  --module PATH   load another module (repeatable); a bare file name is\n"
+    "                  looked for next to zentor first\n"
+    "  --no-json       do not load libzentor_json.so\n"
+    "  --no-echo       do not echo script lines\n"
+    "  -c STATEMENT    run one statement (repeatable) instead of a script\n"
+    "Without SCRIPT, reads statements from standard input, with a prompt when\n"
+    "it is a terminal. The script language: docs/script-language.md.\n";
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  std::vector<std::string> modules;
+  std::vector<std::string> statements;
+  bool loadJson = true;
+  bool echo = true;
+  std::string scriptPath;
+  for (int i = 1; i < argc; ++i) {
+    const std::string arg = argv[i];
+    if ((arg == "--module" || arg == "-m") && i + 1 < argc) {
+      modules.push_back(argv[++i]);
+    } else if (arg == "--no-json") {
+      loadJson = false;
+    } else if (arg == "--no-echo") {
+      echo = false;
+    } else if (arg == "-c" && i + 1 < argc) {
+      statements.push_back(argv[++i]);
+    } else if (arg == "--help" || arg == "-h") {
+      std::cout << kUsage;
+      return 0;
+    } else if (!arg.empty() && arg[0] == '-') {
+      std::cerr << "zentor: unknown option " << arg << "\n" << kUsage;
+      return 2;
+    } else if (scriptPath.empty()) {
+      scriptPath = arg;
+    } else {
+      std::cerr << "zentor: only one script at a time\n";
+      return 2;
+    }
+  }
+
+  zhost::Output out(std::cout);
+  zhost::Host host(out);
+  bool loadFailed = false;
+  if (loadJson) modules.insert(modules.begin(), "libzentor_json.so");
+  for (const std::string& module : modules) {
+    std::string error;
+    if (!host.Load(module, error)) {
+      out.Line("! load: cannot load " + module + ": " + error);
+      loadFailed = true;
+    }
+  }
+
+  int errors = 0;
+  {
+    const bool interactive = statements.empty() && scriptPath.empty() && isatty(STDIN_FILENO);
+    zhost::Script script(host, echo && !interactive);
+    if (!statements.empty()) {
+      int line = 0;
+      for (const std::string& statement : statements)
+        if (!script.RunLine(statement, ++line)) break;
+    } else if (!scriptPath.empty()) {
+      std::ifstream file(scriptPath);
+      if (!file) {
+        std::cerr << "zentor: cannot read " << scriptPath << "\n";
+        return 2;
+      }
+      script.RunStream(file, nullptr);
+    } else {
+      if (interactive) out.Line("zentor reference host; :help lists the commands, :quit ends");
+      script.RunStream(std::cin, interactive ? "zentor> " : nullptr);
+    }
+    errors = script.Errors();
+  }
+  return errors > 0 || loadFailed ? 1 : 0;
+}
