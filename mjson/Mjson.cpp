@@ -75,7 +75,7 @@ void JsonUseCounted::FailUseCountCheck() noexcept {
 // ---------------------------------------------------------------------------
 // Node allocation
 //
-// Nodes are carved from 64 KB slabs into size classes of 16 bytes. Each
+// Nodes are carved from 64 KB slabs into size classes of 8 bytes. Each
 // thread keeps a free list per class; a list that grows past a limit hands a
 // batch to a shared pool, and an empty list takes a batch back before a new
 // slab is cut, so memory freed on one thread serves allocations on another.
@@ -90,8 +90,8 @@ constexpr bool kPoolNodes = false;
 constexpr bool kPoolNodes = true;
 #endif
 
-constexpr size_t kGranule = 16;
-constexpr size_t kClasses = 8;  // nodes up to 128 bytes
+constexpr size_t kGranule = 8;
+constexpr size_t kClasses = 16;  // nodes up to 128 bytes
 constexpr size_t kSlabBytes = 64 * 1024;
 constexpr size_t kBatch = 256;
 constexpr size_t kLocalLimit = 4 * kBatch;
@@ -334,14 +334,52 @@ constexpr int kExpDigitShift = 18;  // 4 bits
 
 }  // namespace
 
-JsonReal::JsonReal(std::string&& text, int digits)
-    : JsonValue(Real), fBits(0), fForm(kText), fDigits(digits) {
-  auto* heap = new std::string(std::move(text));
-  __builtin_memcpy(&fBits, &heap, sizeof heap);
+namespace {
+
+// The pending text of a real too long to shape, with its digit count.
+struct RealText {
+  int digits;
+  std::string text;
+};
+
+// Digit counts above this are clamped: no double has more significant
+// decimal digits than that, so formatting with more changes nothing.
+constexpr int kMaxDigits = (1 << 22) - 1;
+
+RealText* TextOf(uint64_t bits) {
+  RealText* text;
+  memcpy(&text, &bits, sizeof text);
+  return text;
 }
 
-JsonReal::JsonReal(uint64_t digitsValue, const Shape& shape, int digits)
-    : JsonValue(Real), fBits(digitsValue), fDigits(digits) {
+}  // namespace
+
+void JsonReal::SetValue(double v, int digits) const {
+  memcpy(&fBits, &v, sizeof v);
+  uint32_t clamped = static_cast<uint32_t>(digits < 0 ? 0 : std::min(digits, kMaxDigits));
+  SetForm(kSettled | (clamped << 2));
+}
+
+int JsonReal::Digits() const {
+  uint32_t form = Form();
+  switch (form & kStateMask) {
+    case kShaped:
+      return static_cast<int>(((form >> kIntShift) & 31) + ((form >> kFracShift) & 31));
+    case kText:
+      return TextOf(fBits)->digits;
+    default:
+      return static_cast<int>(form >> 2);
+  }
+}
+
+JsonReal::JsonReal(std::string&& text, int digits) : JsonValue(Real), fBits(0) {
+  auto* heap = new RealText{digits, std::move(text)};
+  memcpy(&fBits, &heap, sizeof heap);
+  SetForm(kText);
+}
+
+JsonReal::JsonReal(uint64_t digitsValue, const Shape& shape, int)
+    : JsonValue(Real), fBits(digitsValue) {
   uint32_t form = kShaped;
   if (shape.negative) form |= kNegative;
   form |= static_cast<uint32_t>(shape.intDigits) << kIntShift;
@@ -352,37 +390,28 @@ JsonReal::JsonReal(uint64_t digitsValue, const Shape& shape, int digits)
   uint32_t sign = shape.exponentSign == '+' ? 1 : shape.exponentSign == '-' ? 2 : 0;
   form |= sign << kExpSignShift;
   form |= static_cast<uint32_t>(shape.exponentDigit) << kExpDigitShift;
-  fForm = form;
+  SetForm(form);
 }
 
-JsonReal::JsonReal(const JsonReal& other)
-    : JsonValue(other), fBits(other.fBits), fForm(other.fForm), fDigits(other.fDigits) {
+JsonReal::JsonReal(const JsonReal& other) : JsonValue(other), fBits(other.fBits) {
   if (State() == kText) {
-    std::string* text;
-    __builtin_memcpy(&text, &other.fBits, sizeof text);
-    auto* copy = new std::string(*text);
-    __builtin_memcpy(&fBits, &copy, sizeof copy);
+    auto* copy = new RealText(*TextOf(other.fBits));
+    memcpy(&fBits, &copy, sizeof copy);
   }
 }
 
 JsonReal::~JsonReal() {
-  if (State() == kText) {
-    std::string* text;
-    __builtin_memcpy(&text, &fBits, sizeof text);
-    delete text;
-  }
+  if (State() == kText) delete TextOf(fBits);
 }
 
 void JsonReal::AppendText(std::string& out) const {
   if (State() == kText) {
-    std::string* text;
-    __builtin_memcpy(&text, &fBits, sizeof text);
-    out.append(*text);
+    out.append(TextOf(fBits)->text);
     return;
   }
   char buf[48];
   char* p = buf;
-  uint32_t form = fForm;
+  uint32_t form = Form();
   if (form & kNegative) *p++ = '-';
   int intDigits = static_cast<int>((form >> kIntShift) & 31);
   int fracDigits = static_cast<int>((form >> kFracShift) & 31);
@@ -413,14 +442,11 @@ void JsonReal::AppendText(std::string& out) const {
 }
 
 void JsonReal::Settle() const {
+  int digits = Digits();
   std::string text;
   AppendText(text);
-  if (State() == kText) {
-    std::string* heap;
-    __builtin_memcpy(&heap, &fBits, sizeof heap);
-    delete heap;
-  }
-  SetValue(StrToDouble(text.data(), text.size()));
+  if (State() == kText) delete TextOf(fBits);
+  SetValue(StrToDouble(text.data(), text.size()), digits);
 }
 
 // ---------------------------------------------------------------------------
@@ -600,7 +626,7 @@ class TreeCopier {
           auto* s = static_cast<const JsonObject*>(f.src);
           auto* d = static_cast<JsonObject*>(f.dst);
           if (f.next == s->fMembers.size()) {
-            d->fIndex = s->fIndex;  // same keys in the same places
+            d->RebuildIndex();
             stack.pop_back();
             continue;
           }
@@ -784,9 +810,9 @@ inline bool SameKey(const std::string& a, std::string_view b) {
 
 }  // namespace
 
-JsonObject::JsonObject(bool keepOrder) : JsonValue(Object), fKeepOrder(keepOrder) {}
+JsonObject::JsonObject(bool keepOrder) : JsonValue(Object) { fAux8 = keepOrder; }
 
-JsonObject::JsonObject(const JsonObject& other) : JsonValue(other), fKeepOrder(other.fKeepOrder) {
+JsonObject::JsonObject(const JsonObject& other) : JsonValue(other) {
   fMembers.reserve(other.fMembers.size());
   TreeCopier::CopyChildren(this, &other);
 }
@@ -802,10 +828,10 @@ JsonObject& JsonObject::operator=(JsonObject&& other) noexcept {
   if (this == &other) return *this;
   ClearMembers();
   fMembers = std::move(other.fMembers);
-  fIndex = std::move(other.fIndex);
-  fKeepOrder = other.fKeepOrder;
+  fIndex = other.fIndex;
+  fAux8 = other.fAux8;
   other.fMembers.clear();
-  other.fIndex.clear();
+  other.fIndex = nullptr;
   return *this;
 }
 
@@ -814,43 +840,49 @@ JsonObject::~JsonObject() { ClearMembers(); }
 void JsonObject::ClearMembers() {
   for (Member& m : fMembers) m.value->Release();
   fMembers.clear();
-  fIndex.clear();
+  DropIndex();
+}
+
+void JsonObject::DropIndex() {
+  delete[] fIndex;
+  fIndex = nullptr;
 }
 
 size_t JsonObject::Find(std::string_view key) const {
-  if (fIndex.empty()) {
+  if (!fIndex) {
     for (size_t i = 0; i < fMembers.size(); ++i)
       if (SameKey(fMembers[i].key, key)) return i;
     return kNotFound;
   }
-  size_t mask = fIndex.size() - 1;
+  size_t mask = fIndex[0];
+  const uint32_t* slots = fIndex + 1;
   for (size_t slot = HashBytes(key.data(), key.size()) & mask;; slot = (slot + 1) & mask) {
-    uint32_t e = fIndex[slot];
+    uint32_t e = slots[slot];
     if (e == 0) return kNotFound;
     if (SameKey(fMembers[e - 1].key, key)) return e - 1;
   }
 }
 
 void JsonObject::RebuildIndex() {
-  if (fMembers.size() <= kIndexThreshold) {
-    fIndex.clear();
-    return;
-  }
+  DropIndex();
+  if (fMembers.size() <= kIndexThreshold) return;
   size_t capacity = 16;
   size_t wanted = std::max(fMembers.size(), fMembers.capacity());
   while (capacity < wanted * 2) capacity *= 2;
-  fIndex.assign(capacity, 0);
+  fIndex = new uint32_t[capacity + 1]();
+  fIndex[0] = static_cast<uint32_t>(capacity - 1);
+  uint32_t* slots = fIndex + 1;
   size_t mask = capacity - 1;
   for (size_t i = 0; i < fMembers.size(); ++i) {
     const std::string& k = fMembers[i].key;
     size_t slot = HashBytes(k.data(), k.size()) & mask;
-    while (fIndex[slot]) slot = (slot + 1) & mask;
-    fIndex[slot] = static_cast<uint32_t>(i + 1);
+    while (slots[slot]) slot = (slot + 1) & mask;
+    slots[slot] = static_cast<uint32_t>(i + 1);
   }
 }
 
 void JsonObject::Store(std::string&& key, JsonValue* value) {
-  if (fIndex.empty()) {
+  if (!fIndex) {
     size_t pos = Find(key);
     if (pos != kNotFound) {
       JsonValue* old = fMembers[pos].value;
@@ -863,10 +895,11 @@ void JsonObject::Store(std::string&& key, JsonValue* value) {
     return;
   }
   // One probe finds either the key or the free slot it would take.
-  size_t mask = fIndex.size() - 1;
+  size_t mask = fIndex[0];
+  uint32_t* slots = fIndex + 1;
   size_t slot = HashBytes(key.data(), key.size()) & mask;
-  for (; fIndex[slot]; slot = (slot + 1) & mask) {
-    Member& m = fMembers[fIndex[slot] - 1];
+  for (; slots[slot]; slot = (slot + 1) & mask) {
+    Member& m = fMembers[slots[slot] - 1];
     if (SameKey(m.key, key)) {
       JsonValue* old = m.value;
       m.value = value;
@@ -875,16 +908,16 @@ void JsonObject::Store(std::string&& key, JsonValue* value) {
     }
   }
   fMembers.push_back({std::move(key), value});
-  if (fMembers.size() * 2 > fIndex.size())
+  if (fMembers.size() * 2 > mask + 1)
     RebuildIndex();
   else
-    fIndex[slot] = static_cast<uint32_t>(fMembers.size());
+    slots[slot] = static_cast<uint32_t>(fMembers.size());
 }
 
 void JsonObject::EraseAt(size_t pos) {
   JsonValue* old = fMembers[pos].value;
   fMembers.erase(fMembers.begin() + static_cast<ptrdiff_t>(pos));
-  if (!fIndex.empty()) RebuildIndex();
+  if (fIndex) RebuildIndex();
   old->Release();
 }
 

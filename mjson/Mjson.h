@@ -75,7 +75,7 @@ class JsonValue : public JsonUseCounted {
   };
   static const char* const fTypeStrings[9];
 
-  EJsonValueType Type() const { return fType; }
+  EJsonValueType Type() const { return static_cast<EJsonValueType>(fType); }
   const char* TypeAsString() const { return fTypeStrings[fType]; }
 
   // Compact JSON text of this value, appended to `out`.
@@ -141,13 +141,21 @@ class JsonValue : public JsonUseCounted {
   static void operator delete(void* p, size_t size) noexcept;
 
  protected:
-  explicit JsonValue(EJsonValueType type) : fType(type) {}
+  explicit JsonValue(EJsonValueType type) : fType(static_cast<uint8_t>(type)) {}
   JsonValue(const JsonValue&) = default;
   JsonValue& operator=(const JsonValue&) = default;
   ~JsonValue() override = default;
 
  private:
-  EJsonValueType fType;
+  // Declared first so that it and the spare bits below fill the tail of the
+  // reference count's word: the whole header is two words.
+  uint8_t fType;
+
+ protected:
+  // Spare bits of the node header, for subclasses whose own few flags would
+  // otherwise cost a whole word per node.
+  mutable uint8_t fAux8 = 0;
+  mutable uint16_t fAux16 = 0;
 };
 
 bool operator==(const JsonValue& a, const JsonValue& b);
@@ -184,26 +192,26 @@ class JsonInteger final : public JsonValue {
   static constexpr unsigned long long sMaxUInt64 = UINT64_MAX;
   static constexpr unsigned long long sMaxUInt64Div10 = UINT64_MAX / 10;
 
-  explicit JsonInteger(long long v) : JsonValue(Integer), fValue(v), fLargeUnsigned(false) {}
+  explicit JsonInteger(long long v) : JsonValue(Integer), fValue(v) {}
   // The flag follows the value alone; the bool is accepted for callers that
   // state their intent and is otherwise ignored.
   JsonInteger(unsigned long long v, bool)
-      : JsonValue(Integer),
-        fValue(static_cast<long long>(v)),
-        fLargeUnsigned(v > static_cast<unsigned long long>(sMaxInt64)) {}
+      : JsonValue(Integer), fValue(static_cast<long long>(v)) {
+    fAux8 = v > static_cast<unsigned long long>(sMaxInt64);
+  }
   JsonInteger(const JsonInteger&) = default;
 
-  long long Get() const { return fLargeUnsigned ? 0 : fValue; }
+  long long Get() const { return IsLargeUnsigned() ? 0 : fValue; }
   void Get(long long& out) const { out = Get(); }
   void Get(unsigned long long& out) const {
-    out = fLargeUnsigned ? static_cast<unsigned long long>(fValue)
+    out = IsLargeUnsigned() ? static_cast<unsigned long long>(fValue)
                          : (fValue < 0 ? 0 : static_cast<unsigned long long>(fValue));
   }
-  bool IsLargeUnsigned() const { return fLargeUnsigned; }
+  bool IsLargeUnsigned() const { return fAux8 != 0; }
   // The stored 64-bit pattern, whatever its reading.
   long long RawValue() const { return fValue; }
   bool IsEqual(const JsonInteger& other) const {
-    return fValue == other.fValue && fLargeUnsigned == other.fLargeUnsigned;
+    return fValue == other.fValue && IsLargeUnsigned() == other.IsLargeUnsigned();
   }
 
   void AppendToString(std::string& out) const override;
@@ -211,7 +219,6 @@ class JsonInteger final : public JsonValue {
 
  private:
   long long fValue;
-  bool fLargeUnsigned;
 };
 
 class JsonReal final : public JsonValue {
@@ -234,9 +241,7 @@ class JsonReal final : public JsonValue {
     uint8_t exponentDigit;
   };
 
-  JsonReal(double v, int digits) : JsonValue(Real), fBits(0), fForm(kSettled), fDigits(digits) {
-    SetValue(v);
-  }
+  JsonReal(double v, int digits) : JsonValue(Real), fBits(0) { SetValue(v, digits); }
   // Keeps the source text and converts it on first read, so a number that is
   // only passed through is written back exactly as it was read.
   JsonReal(std::string&& text, int digits);
@@ -252,7 +257,7 @@ class JsonReal final : public JsonValue {
   }
   void Get(double& out) const { out = Get(); }
   bool HasPendingText() const { return State() != kSettled; }
-  int Digits() const { return fDigits; }
+  int Digits() const;
   bool IsEqual(const JsonReal& other) const { return Get() == other.Get(); }
 
   // Decimal text to double. Out-of-range text is retried at long double
@@ -266,11 +271,16 @@ class JsonReal final : public JsonValue {
 
  private:
   enum : uint32_t { kSettled = 0, kShaped = 1, kText = 2, kStateMask = 3 };
-  uint32_t State() const { return fForm & kStateMask; }
-  void SetValue(double v) const {
-    __builtin_memcpy(&fBits, &v, sizeof v);
-    fForm = kSettled;
+  // The form word lives in the header's spare 24 bits: the state in the low
+  // two, above them the digit count of a settled number or the shape of a
+  // shaped one.
+  uint32_t Form() const { return fAux8 | (static_cast<uint32_t>(fAux16) << 8); }
+  void SetForm(uint32_t form) const {
+    fAux8 = static_cast<uint8_t>(form);
+    fAux16 = static_cast<uint16_t>(form >> 8);
   }
+  uint32_t State() const { return Form() & kStateMask; }
+  void SetValue(double v, int digits) const;
   void Settle() const;
   // Appends the pending source text.
   void AppendText(std::string& out) const;
@@ -278,9 +288,6 @@ class JsonReal final : public JsonValue {
   // The double's bits once settled; before that the shaped number's digits,
   // or the address of its heap text.
   mutable uint64_t fBits;
-  // The state in the low two bits; for a shaped number its shape above them.
-  mutable uint32_t fForm;
-  int fDigits;
 };
 
 class JsonTrue final : public JsonValue {
@@ -379,7 +386,7 @@ class JsonObject final : public JsonValue {
   }
   size_t Size() const { return fMembers.size(); }
   bool Empty() const { return fMembers.empty(); }
-  bool KeepsOrder() const { return fKeepOrder; }
+  bool KeepsOrder() const { return fAux8 != 0; }
 
   std::string KeyValAsString(const std::string& key) const;
   long long KeyValAsInteger(const std::string& key) const;
@@ -421,13 +428,14 @@ class JsonObject final : public JsonValue {
   void Store(std::string&& key, JsonValue* value);  // adopts value, never null
   void EraseAt(size_t pos);
   void RebuildIndex();
+  void DropIndex();
   void ClearMembers();
 
   std::vector<Member> fMembers;
-  // Open-addressing index over fMembers (position + 1, 0 = free), built only
-  // once an object grows past a handful of members.
-  std::vector<uint32_t> fIndex;
-  bool fKeepOrder;
+  // Open-addressing index over fMembers, built only once an object grows
+  // past a handful of members: fIndex[0] is the slot mask, the slots follow
+  // and hold a position + 1, 0 when free.
+  uint32_t* fIndex = nullptr;
 };
 
 class JsonArray final : public JsonValue {

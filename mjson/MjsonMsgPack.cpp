@@ -373,7 +373,7 @@ void JsonValue::AppendToMsgPack(BigEndianWriter* writer) const { writer->Write8(
 void JsonString::AppendToMsgPack(BigEndianWriter* writer) const { writer->AddString(fValue); }
 
 void JsonInteger::AppendToMsgPack(BigEndianWriter* writer) const {
-  WriteInteger(fValue, fLargeUnsigned, writer);
+  WriteInteger(fValue, IsLargeUnsigned(), writer);
 }
 
 // Reading the value settles a real that still holds its source text.

@@ -1031,7 +1031,7 @@ void JsonString::AppendToString(std::string& out) const {
 }
 
 void JsonInteger::AppendToString(std::string& out) const {
-  AppendInteger(out, fValue, fLargeUnsigned);
+  AppendInteger(out, fValue, IsLargeUnsigned());
 }
 
 void JsonReal::AppendToString(std::string& out) const {
@@ -1039,7 +1039,7 @@ void JsonReal::AppendToString(std::string& out) const {
     AppendText(out);
     return;
   }
-  AppendReal(out, Get(), fDigits);
+  AppendReal(out, Get(), Digits());
 }
 
 void JsonTrue::AppendToString(std::string& out) const { out.append("true", 4); }
