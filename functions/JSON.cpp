@@ -953,28 +953,27 @@ JSONObjRef JsonArrayRemove(const JSONObjRef& json, unsigned long position,
 
 // Positions past the end follow the array's own rules (insert ignores them,
 // replace too); only a non-array is reported.
-JSONObjRef JsonArrayInsertAtJSON(const JSONObjRef& json, unsigned long long position,
-                                 const JSONObjRef& value, Zentor::IContext* context) {
+template <void (JsonArray::*Store)(size_t, const JsonAutoRefPtr<JsonValue>&)>
+JSONObjRef StoreAtPosition(const JSONObjRef& json, unsigned long long position,
+                           const JSONObjRef& value, Zentor::IContext* context, const char* verb) {
   JSONObjRef result = CopyOf(json);
   if (IsType(result->fRoot, JsonValue::Array))
-    static_cast<JsonArray*>(result->fRoot.get())->InsertValueAtIndex(position, value->fRoot);
+    (static_cast<JsonArray*>(result->fRoot.get())->*Store)(position, value->fRoot);
   else
     Report(context, kSeverityWarning, kErrorException,
-           "Couldn't insert element at position " + std::to_string(position) +
+           std::string("Couldn't ") + verb + " element at position " + std::to_string(position) +
                ", JSON object is not an array");
   return result;
 }
 
+JSONObjRef JsonArrayInsertAtJSON(const JSONObjRef& json, unsigned long long position,
+                                 const JSONObjRef& value, Zentor::IContext* context) {
+  return StoreAtPosition<&JsonArray::InsertValueAtIndex>(json, position, value, context, "insert");
+}
+
 JSONObjRef JsonArrayReplaceAtJSON(const JSONObjRef& json, unsigned long long position,
                                   const JSONObjRef& value, Zentor::IContext* context) {
-  JSONObjRef result = CopyOf(json);
-  if (IsType(result->fRoot, JsonValue::Array))
-    static_cast<JsonArray*>(result->fRoot.get())->SetValueAtIndex(position, value->fRoot);
-  else
-    Report(context, kSeverityWarning, kErrorException,
-           "Couldn't replace element at position " + std::to_string(position) +
-               ", JSON object is not an array");
-  return result;
+  return StoreAtPosition<&JsonArray::SetValueAtIndex>(json, position, value, context, "replace");
 }
 
 // A concatenation, not a set union: duplicates stay.

@@ -44,20 +44,16 @@ inline const JsonCompiledObjectContext& FuzzTable() {
   return *table;
 }
 
-// Walks a tree without recursion, asking `pred` of every real.
+// Walks a tree without recursion; true when `pred` holds for some node.
 template <class Pred>
-bool AnyReal(const JsonValue& root, Pred pred) {
+bool AnyNode(const JsonValue& root, Pred pred) {
   std::vector<const JsonValue*> pending{&root};
   while (!pending.empty()) {
     const JsonValue* v = pending.back();
     pending.pop_back();
     if (!v) continue;
+    if (pred(*v)) return true;
     switch (v->Type()) {
-      case JsonValue::Real:
-        if (!static_cast<const JsonReal*>(v)->HasPendingText() &&
-            pred(static_cast<const JsonReal*>(v)->Get()))
-          return true;
-        break;
       case JsonValue::Array:
         for (const JsonValue* e : static_cast<const JsonArray*>(v)->Values()) pending.push_back(e);
         break;
@@ -75,38 +71,27 @@ bool AnyReal(const JsonValue& root, Pred pred) {
   return false;
 }
 
+// True when `pred` holds for the value of some real already read as a number.
+template <class Pred>
+bool AnyReal(const JsonValue& root, Pred pred) {
+  return AnyNode(root, [&](const JsonValue& v) {
+    if (v.Type() != JsonValue::Real) return false;
+    auto& real = static_cast<const JsonReal&>(v);
+    return !real.HasPendingText() && pred(real.Get());
+  });
+}
+
 // The integer writer counts digits through log10 of a double, which rounds
 // up just below large powers of ten and writes a leading zero there; such
 // text does not read back.
 inline bool HasPaddedInteger(const JsonValue& root) {
-  std::vector<const JsonValue*> pending{&root};
-  while (!pending.empty()) {
-    const JsonValue* v = pending.back();
-    pending.pop_back();
-    if (!v) continue;
-    switch (v->Type()) {
-      case JsonValue::Integer: {
-        std::string text;
-        v->AppendToString(text);
-        size_t first = text[0] == '-' ? 1 : 0;
-        if (text.size() > first + 1 && text[first] == '0') return true;
-        break;
-      }
-      case JsonValue::Array:
-        for (const JsonValue* e : static_cast<const JsonArray*>(v)->Values()) pending.push_back(e);
-        break;
-      case JsonValue::Object:
-        for (const auto& m : static_cast<const JsonObject*>(v)->Members()) pending.push_back(m.value);
-        break;
-      case JsonValue::CompiledObject:
-        for (const JsonValue* e : static_cast<const JsonCompiledObject*>(v)->Slots())
-          pending.push_back(e);
-        break;
-      default:
-        break;
-    }
-  }
-  return false;
+  return AnyNode(root, [](const JsonValue& v) {
+    if (v.Type() != JsonValue::Integer) return false;
+    std::string text;
+    v.AppendToString(text);
+    size_t first = text[0] == '-' ? 1 : 0;
+    return text.size() > first + 1 && text[first] == '0';
+  });
 }
 
 inline bool HasNonFinite(const JsonValue& v) {
