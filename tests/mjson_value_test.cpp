@@ -134,6 +134,11 @@ struct Immortal : JsonUseCounted {
 };
 
 TEST(ValuesDeathTest, OverReleaseAborts) {
+#if defined(__SANITIZE_ADDRESS__)
+  // The sanitizers rightly stop at the call on a destroyed object, before
+  // the library's own check can speak; the plain builds test the check.
+  GTEST_SKIP() << "needs a build without sanitizers";
+#endif
   EXPECT_DEATH(
       {
         const JsonUseCounted* p = new Immortal;
