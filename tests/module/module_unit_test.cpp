@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <pthread.h>
+
 #include <cmath>
 #include <cstdint>
 #include <string>
@@ -218,6 +220,64 @@ TEST(Data, ComparesDirectlyOrInChunks) {
 TEST(CreateUserDefinedType, NeedsNameAndContext) {
   EXPECT_FALSE(Zentor::CreateUserDefinedType<JSONObjPtr>("JSON", nullptr));
   EXPECT_FALSE(Zentor::CreateUserDefinedType<JSONObjPtr>(nullptr, nullptr));
+}
+
+}  // namespace
+
+// The script functions that touch a whole document, declared as the module
+// defines them.
+std::string JsonToString(const AutoRefPtr<JSONObj>& json);
+bool Equals(const AutoRefPtr<JSONObj>& first, const AutoRefPtr<JSONObj>& second);
+AutoRefPtr<Zentor::IDataRef> JsonToMsgPack(const AutoRefPtr<JSONObj>& json);
+AutoRefPtr<JSONObj> RemoveMember(const AutoRefPtr<JSONObj>& json, const std::string& key);
+
+namespace {
+
+// A million nested objects through the functions that copy, compare, write
+// and free whole documents, on a thread with a 256 KB stack: none of them
+// may recurse over the depth.
+void DeepDocumentThroughTheFunctions() {
+  constexpr size_t kDepth = 1000000;
+  std::string text;
+  for (size_t i = 0; i < kDepth; ++i) text += "{\"k\":";
+  text += "[]";
+  text.append(kDepth, '}');
+  AutoRefPtr<JSONObj> json = Parse(text);
+  ASSERT_TRUE(json->fRoot);
+  EXPECT_EQ(JsonToString(json), text);
+
+  AutoRefPtr<Zentor::IUserDefinedType> clone = json->Clone();
+  auto* copy = dynamic_cast<JSONObj*>(clone.get());
+  ASSERT_NE(copy, nullptr);
+  EXPECT_TRUE(Equals(json, AutoRefPtr<JSONObj>(copy, Zentor::kAddRef)));
+  EXPECT_FALSE(json->LessThan(copy));
+
+  AutoRefPtr<Zentor::IDataRef> packed = JsonToMsgPack(json);
+  std::string bytes(static_cast<const char*>(packed->GetData()), packed->GetSize());
+  JsonAutoRefPtr<JsonValue> unpacked = JsonValue::ReadFromMsgPack(bytes, nullptr, nullptr);
+  ASSERT_TRUE(unpacked);
+  EXPECT_TRUE(*unpacked == *json->fRoot);
+
+  // A changing function copies the whole document and leaves it as it was.
+  EXPECT_EQ(Text(RemoveMember(json, "k")), "{}");
+  EXPECT_EQ(JsonToString(json).size(), text.size());
+}
+
+TEST(DeepDocuments, MillionLevelsOnASmallStack) {
+  pthread_attr_t attr;
+  pthread_attr_init(&attr);
+  pthread_attr_setstacksize(&attr, 256 * 1024);
+  pthread_t thread;
+  ASSERT_EQ(pthread_create(
+                &thread, &attr,
+                [](void*) -> void* {
+                  DeepDocumentThroughTheFunctions();
+                  return nullptr;
+                },
+                nullptr),
+            0);
+  pthread_join(thread, nullptr);
+  pthread_attr_destroy(&attr);
 }
 
 }  // namespace
