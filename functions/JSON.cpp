@@ -215,36 +215,10 @@ unsigned long JsonSize(const JSONObjRef& json, Zentor::IContext* context) {
     Report(context, kSeverityWarning, kErrorNoObject, kReasonNoObject);
     return 0;
   }
-  switch (root->Type()) {
-    case JsonValue::Array:
-      return static_cast<const JsonArray*>(root.get())->Size();
-    case JsonValue::Object:
-      return static_cast<const JsonObject*>(root.get())->Size();
-    case JsonValue::CompiledObject:
-      return static_cast<const JsonCompiledObject*>(root.get())->Size();
-    default:
-      return 0;
-  }
+  return ContainerSize(*root);
 }
 
-bool IsEmpty(const JSONObjRef& json) {
-  const ValuePtr& root = json->fRoot;
-  if (!root) return true;
-  switch (root->Type()) {
-    case JsonValue::Null:
-      return true;
-    case JsonValue::String:
-      return static_cast<const JsonString*>(root.get())->Value().empty();
-    case JsonValue::Object:
-      return static_cast<const JsonObject*>(root.get())->Empty();
-    case JsonValue::CompiledObject:
-      return static_cast<const JsonCompiledObject*>(root.get())->Empty();
-    case JsonValue::Array:
-      return static_cast<const JsonArray*>(root.get())->Empty();
-    default:
-      return false;
-  }
-}
+bool IsEmpty(const JSONObjRef& json) { return IsEmptyValue(json->fRoot.get()); }
 
 bool Empty(const JSONObjRef& json) {
   return IsEmpty(json);

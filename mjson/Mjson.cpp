@@ -1481,6 +1481,37 @@ bool JsonCompiledObject::IsEqual(const JsonCompiledObject& other) const {
 // ---------------------------------------------------------------------------
 // Typed views and proxies
 
+size_t ContainerSize(const JsonValue& value) {
+  switch (value.Type()) {
+    case JsonValue::Array:
+      return static_cast<const JsonArray&>(value).Size();
+    case JsonValue::Object:
+      return static_cast<const JsonObject&>(value).Size();
+    case JsonValue::CompiledObject:
+      return static_cast<const JsonCompiledObject&>(value).Size();
+    default:
+      return 0;
+  }
+}
+
+bool IsEmptyValue(const JsonValue* value) {
+  if (!value) return true;
+  switch (value->Type()) {
+    case JsonValue::Null:
+      return true;
+    case JsonValue::String:
+      return static_cast<const JsonString*>(value)->Value().empty();
+    case JsonValue::Object:
+      return static_cast<const JsonObject*>(value)->Empty();
+    case JsonValue::CompiledObject:
+      return static_cast<const JsonCompiledObject*>(value)->Empty();
+    case JsonValue::Array:
+      return static_cast<const JsonArray*>(value)->Empty();
+    default:
+      return false;
+  }
+}
+
 JsonAutoRefPtr<JsonObject> ConvertToObject(const JsonAutoRefPtr<JsonValue>& value) {
   if (!value || value->Type() != JsonValue::Object) return {};
   value->AddRef();

@@ -661,6 +661,12 @@ class CompObjectRef {
   JsonAutoRefPtr<JsonValue> fValue;
 };
 
+// Member or element count of a container; 0 for every other value.
+size_t ContainerSize(const JsonValue& value);
+// True for no value at all, null, the empty string and empty containers;
+// numbers and booleans are never empty.
+bool IsEmptyValue(const JsonValue* value);
+
 // A new reference to `value` when it has the named type, else null.
 JsonAutoRefPtr<JsonObject> ConvertToObject(const JsonAutoRefPtr<JsonValue>& value);
 JsonAutoRefPtr<JsonArray> ConvertToArray(const JsonAutoRefPtr<JsonValue>& value);

@@ -778,37 +778,12 @@ IJSON* JSONWrapper::Interface_ElementMatchingDouble(const char* key, double valu
 unsigned long long JSONWrapper::Interface_Size() const {
   State().ClearError();
   const ValuePtr& root = Root();
-  if (!root) return 0;
-  switch (root->Type()) {
-    case JsonValue::Array:
-      return static_cast<const JsonArray*>(root.get())->Size();
-    case JsonValue::Object:
-      return static_cast<const JsonObject*>(root.get())->Size();
-    case JsonValue::CompiledObject:
-      return static_cast<const JsonCompiledObject*>(root.get())->Size();
-    default:
-      return 0;
-  }
+  return root ? ContainerSize(*root) : 0;
 }
 
 bool JSONWrapper::Interface_Empty() const {
   State().ClearError();
-  const ValuePtr& root = Root();
-  if (!root) return true;
-  switch (root->Type()) {
-    case JsonValue::Null:
-      return true;
-    case JsonValue::String:
-      return static_cast<const JsonString*>(root.get())->Value().empty();
-    case JsonValue::Object:
-      return static_cast<const JsonObject*>(root.get())->Empty();
-    case JsonValue::CompiledObject:
-      return static_cast<const JsonCompiledObject*>(root.get())->Empty();
-    case JsonValue::Array:
-      return static_cast<const JsonArray*>(root.get())->Empty();
-    default:
-      return false;
-  }
+  return IsEmptyValue(Root().get());
 }
 
 JsonAutoRefPtr<JsonValue> JSONWrapper::MemberForRead(const char* key,
