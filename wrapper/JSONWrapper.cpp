@@ -821,10 +821,17 @@ std::string MemberWarning(const char* key, const char* what) {
 
 }  // namespace
 
-bool JSONWrapper::Interface_GetDouble(const char* key, double* out) const {
+// The common start of the typed member reads: a fresh error state, then the
+// member, with nothing to read (and no message) when the document, the key
+// or the output is missing.
+JsonAutoRefPtr<JsonValue> JSONWrapper::TypedMemberForRead(const char* key, const void* out) const {
   State().ClearError();
-  if (!Root() || !key || !out) return false;
-  const ValuePtr member = MemberForRead(key, "'");
+  if (!Root() || !key || !out) return {};
+  return MemberForRead(key, "'");
+}
+
+bool JSONWrapper::Interface_GetDouble(const char* key, double* out) const {
+  const ValuePtr member = TypedMemberForRead(key, out);
   if (!member) return false;
   double value = 0;
   if (!member->GetAsReal(value)) {
@@ -836,9 +843,7 @@ bool JSONWrapper::Interface_GetDouble(const char* key, double* out) const {
 }
 
 bool JSONWrapper::Interface_GetInt(const char* key, int* out) const {
-  State().ClearError();
-  if (!Root() || !key || !out) return false;
-  const ValuePtr member = MemberForRead(key, "'");
+  const ValuePtr member = TypedMemberForRead(key, out);
   if (!member) return false;
   long long value = 0;
   if (!member->GetAsInteger(value)) {
@@ -856,9 +861,7 @@ bool JSONWrapper::Interface_GetInt(const char* key, int* out) const {
 }
 
 bool JSONWrapper::Interface_GetUInt(const char* key, unsigned int* out) const {
-  State().ClearError();
-  if (!Root() || !key || !out) return false;
-  const ValuePtr member = MemberForRead(key, "'");
+  const ValuePtr member = TypedMemberForRead(key, out);
   if (!member) return false;
   long long value = 0;
   if (!member->GetAsInteger(value) || value < 0 || value > static_cast<long long>(UINT_MAX)) {
@@ -871,9 +874,7 @@ bool JSONWrapper::Interface_GetUInt(const char* key, unsigned int* out) const {
 }
 
 bool JSONWrapper::Interface_GetInt64(const char* key, long long* out) const {
-  State().ClearError();
-  if (!Root() || !key || !out) return false;
-  const ValuePtr member = MemberForRead(key, "'");
+  const ValuePtr member = TypedMemberForRead(key, out);
   if (!member) return false;
   long long value = 0;
   if (!member->GetAsInteger(value)) {
@@ -885,9 +886,7 @@ bool JSONWrapper::Interface_GetInt64(const char* key, long long* out) const {
 }
 
 bool JSONWrapper::Interface_GetUInt64(const char* key, unsigned long long* out) const {
-  State().ClearError();
-  if (!Root() || !key || !out) return false;
-  const ValuePtr member = MemberForRead(key, "'");
+  const ValuePtr member = TypedMemberForRead(key, out);
   if (!member) return false;
   long long value = 0;
   if (!member->GetAsInteger(value) || value < 0) {
@@ -899,9 +898,7 @@ bool JSONWrapper::Interface_GetUInt64(const char* key, unsigned long long* out) 
 }
 
 bool JSONWrapper::Interface_GetBoolean(const char* key, unsigned char* out) const {
-  State().ClearError();
-  if (!Root() || !key || !out) return false;
-  const ValuePtr member = MemberForRead(key, "'");
+  const ValuePtr member = TypedMemberForRead(key, out);
   if (!member) return false;
   bool value = false;
   if (!member->GetAsBool(value)) {

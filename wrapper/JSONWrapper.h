@@ -190,6 +190,7 @@ class JSONWrapper : public InterfaceImpl<IJSON> {
   // The member `key` of an object root for the typed reads, or empty after
   // reporting why. `notFoundEnd` closes the not-found warning.
   JsonAutoRefPtr<JsonValue> MemberForRead(const char* key, const char* notFoundEnd) const;
+  JsonAutoRefPtr<JsonValue> TypedMemberForRead(const char* key, const void* out) const;
   // The common frame of the setters; `insert` stores into the object root.
   template <class Insert>
   bool SetMember(const char* key, Insert&& insert);
