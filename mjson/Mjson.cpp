@@ -91,10 +91,10 @@ constexpr bool kPoolNodes = true;
 #endif
 
 constexpr size_t kGranule = 8;
-constexpr size_t kClasses = 16;  // nodes up to 128 bytes
+constexpr size_t kClasses = 64;  // nodes and small lists up to 512 bytes
 constexpr size_t kSlabBytes = 64 * 1024;
 constexpr size_t kBatch = 256;
-constexpr size_t kLocalLimit = 4 * kBatch;
+constexpr size_t kLocalBatches = 8;  // full batches a thread keeps per class
 
 struct FreeNode {
   FreeNode* next;
@@ -160,54 +160,80 @@ SharedPool& Shared() {
 // on the thread (during static destruction, say) go to the shared pool.
 thread_local bool tCacheGone = false;
 
+// Per class, a current free list of at most a batch of nodes and a few full
+// batches behind it. A batch is handed around whole (head and count), so
+// moving nodes between the thread and the shared pool never walks a list.
 class LocalCache {
  public:
   ~LocalCache() {
     tCacheGone = true;
     for (size_t cls = 0; cls < kClasses; ++cls) {
-      while (fCount[cls] > 0) Shared().Put(cls, Split(cls, std::min(fCount[cls], kBatch)));
+      Class& c = fClasses[cls];
+      if (c.count > 0) Shared().Put(cls, Batch{c.head, c.count});
+      for (size_t i = 0; i < c.full; ++i) Shared().Put(cls, c.batches[i]);
     }
   }
 
   void* Allocate(size_t cls) {
-    FreeNode* node = fHead[cls];
+    Class& c = fClasses[cls];
+    FreeNode* node = c.head;
     if (!node) [[unlikely]] {
       Refill(cls);
-      node = fHead[cls];
+      node = c.head;
     }
-    fHead[cls] = node->next;
-    --fCount[cls];
+    c.head = node->next;
+    --c.count;
     return node;
   }
 
   void Free(size_t cls, void* p) {
+    Class& c = fClasses[cls];
+    if (c.count == kBatch) [[unlikely]]
+      Retire(cls);
     auto* node = static_cast<FreeNode*>(p);
-    node->next = fHead[cls];
-    fHead[cls] = node;
-    if (++fCount[cls] > kLocalLimit) [[unlikely]]
-      Shared().Put(cls, Split(cls, kBatch));
+    node->next = c.head;
+    c.head = node;
+    ++c.count;
   }
 
  private:
-  Batch Split(size_t cls, size_t n) {
-    Batch batch{fHead[cls], n};
-    FreeNode* last = fHead[cls];
-    for (size_t i = 1; i < n; ++i) last = last->next;
-    fHead[cls] = last->next;
-    last->next = nullptr;
-    fCount[cls] -= n;
-    return batch;
+  struct Class {
+    FreeNode* head = nullptr;
+    size_t count = 0;
+    size_t full = 0;
+    Batch batches[kLocalBatches];
+  };
+
+  // The current list is full: it becomes a full batch, and the oldest full
+  // batch goes to the shared pool when there is no room left.
+  void Retire(size_t cls) {
+    Class& c = fClasses[cls];
+    if (c.full == kLocalBatches) {
+      Shared().Put(cls, c.batches[0]);
+      std::copy(c.batches + 1, c.batches + kLocalBatches, c.batches);
+      --c.full;
+    }
+    c.batches[c.full++] = Batch{c.head, c.count};
+    c.head = nullptr;
+    c.count = 0;
   }
 
   void Refill(size_t cls) {
+    Class& c = fClasses[cls];
+    if (c.full > 0) {
+      const Batch& b = c.batches[--c.full];
+      c.head = b.head;
+      c.count = b.count;
+      return;
+    }
     Batch batch;
     if (Shared().Take(cls, batch)) {
-      fHead[cls] = batch.head;
-      fCount[cls] = batch.count;
+      c.head = batch.head;
+      c.count = batch.count;
       return;
     }
     size_t size = (cls + 1) * kGranule;
-    if (fCut == fCutEnd || static_cast<size_t>(fCutEnd - fCut) < size) {
+    if (static_cast<size_t>(fCutEnd - fCut) < size) {
       fCut = Shared().NewSlab();
       fCutEnd = fCut + kSlabBytes;
     }
@@ -220,12 +246,11 @@ class LocalCache {
       head = node;
     }
     fCut += n * size;
-    fHead[cls] = head;
-    fCount[cls] = n;
+    c.head = head;
+    c.count = n;
   }
 
-  FreeNode* fHead[kClasses] = {};
-  size_t fCount[kClasses] = {};
+  Class fClasses[kClasses];
   char* fCut = nullptr;
   char* fCutEnd = nullptr;
 };
@@ -234,16 +259,16 @@ thread_local LocalCache tCache;
 
 }  // namespace
 
-void* JsonValue::operator new(size_t size) {
-  if (!kPoolNodes || size > kGranule * kClasses) return ::operator new(size);
+void* JsonPoolAllocate(size_t size) {
+  if (!kPoolNodes || size - 1 >= kGranule * kClasses) return ::operator new(size);
   if (tCacheGone) [[unlikely]]
     return Shared().AllocateOne((size - 1) / kGranule);
   return tCache.Allocate((size - 1) / kGranule);
 }
 
-void JsonValue::operator delete(void* p, size_t size) noexcept {
+void JsonPoolFree(void* p, size_t size) noexcept {
   if (!p) return;
-  if (!kPoolNodes || size > kGranule * kClasses) {
+  if (!kPoolNodes || size - 1 >= kGranule * kClasses) {
     ::operator delete(p);
     return;
   }
@@ -255,6 +280,10 @@ void JsonValue::operator delete(void* p, size_t size) noexcept {
   }
   tCache.Free((size - 1) / kGranule, p);
 }
+
+void* JsonValue::operator new(size_t size) { return JsonPoolAllocate(size); }
+
+void JsonValue::operator delete(void* p, size_t size) noexcept { JsonPoolFree(p, size); }
 
 // ---------------------------------------------------------------------------
 // JsonValue basics
@@ -838,7 +867,7 @@ JsonObject& JsonObject::operator=(JsonObject&& other) noexcept {
 JsonObject::~JsonObject() { ClearMembers(); }
 
 void JsonObject::ClearMembers() {
-  for (Member& m : fMembers) m.value->Release();
+  for (Member& m : fMembers) ReleaseChild(m.value);
   fMembers.clear();
   DropIndex();
 }
@@ -1135,7 +1164,7 @@ JsonArray& JsonArray::operator=(const JsonArray& other) {
 
 JsonArray::~JsonArray() {
   for (JsonValue* v : fValues)
-    if (v) v->Release();
+    if (v) ReleaseChild(v);
 }
 
 void JsonArray::Append(JsonValue* value) { fValues.push_back(value); }
@@ -1207,8 +1236,8 @@ void JsonArray::EraseAtIndex(size_t index) { Erase(index, 1); }
 size_t JsonArray::Erase(size_t first, size_t count) {
   if (first >= fValues.size() || first >= 9223372036854775807ull) return 0;
   size_t n = std::min(count, fValues.size() - first);
-  std::vector<JsonValue*> removed(fValues.begin() + static_cast<ptrdiff_t>(first),
-                                  fValues.begin() + static_cast<ptrdiff_t>(first + n));
+  JsonValueList removed(fValues.begin() + static_cast<ptrdiff_t>(first),
+                        fValues.begin() + static_cast<ptrdiff_t>(first + n));
   fValues.erase(fValues.begin() + static_cast<ptrdiff_t>(first),
                 fValues.begin() + static_cast<ptrdiff_t>(first + n));
   for (JsonValue* v : removed)
@@ -1335,7 +1364,7 @@ JsonCompiledObject& JsonCompiledObject::operator=(const JsonCompiledObject& othe
 
 JsonCompiledObject::~JsonCompiledObject() {
   for (JsonValue* v : fSlots)
-    if (v) v->Release();
+    if (v) ReleaseChild(v);
 }
 
 bool JsonCompiledObject::InsertValueInternal(size_t index, JsonValue* value) {

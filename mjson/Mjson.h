@@ -143,6 +143,18 @@ class JsonValue : public JsonUseCounted {
  protected:
   explicit JsonValue(EJsonValueType type) : fType(static_cast<uint8_t>(type)) {}
   JsonValue(const JsonValue&) = default;
+
+  // Drops a container's reference to one of its children. A scalar owned
+  // by the container alone is deleted on the spot: it has no children of
+  // its own, so it needs no place in the queue that keeps freeing iterative.
+  static void ReleaseChild(const JsonValue* v) noexcept {
+    constexpr unsigned kScalars = 1u << String | 1u << Integer | 1u << Real | 1u << True |
+                                  1u << False | 1u << Null;
+    if ((kScalars >> v->fType & 1u) && v->UseCount() == 1)
+      delete v;
+    else
+      v->Release();
+  }
   JsonValue& operator=(const JsonValue&) = default;
   ~JsonValue() override = default;
 
@@ -157,6 +169,29 @@ class JsonValue : public JsonUseCounted {
   mutable uint8_t fAux8 = 0;
   mutable uint16_t fAux16 = 0;
 };
+
+// Blocks for the element and member lists of containers. Small ones come
+// from the same per-thread pool as the nodes: most containers of a parsed
+// document are small, and the general-purpose heap spends more on them than
+// the parser does. Larger blocks go to operator new.
+void* JsonPoolAllocate(size_t bytes);
+void JsonPoolFree(void* p, size_t bytes) noexcept;
+
+template <class T>
+struct JsonPoolAllocator {
+  using value_type = T;
+  JsonPoolAllocator() noexcept = default;
+  template <class U>
+  JsonPoolAllocator(const JsonPoolAllocator<U>&) noexcept {}
+  T* allocate(size_t n) { return static_cast<T*>(JsonPoolAllocate(n * sizeof(T))); }
+  void deallocate(T* p, size_t n) noexcept { JsonPoolFree(p, n * sizeof(T)); }
+  template <class U>
+  bool operator==(const JsonPoolAllocator<U>&) const noexcept {
+    return true;
+  }
+};
+
+using JsonValueList = std::vector<JsonValue*, JsonPoolAllocator<JsonValue*>>;
 
 bool operator==(const JsonValue& a, const JsonValue& b);
 inline bool operator!=(const JsonValue& a, const JsonValue& b) { return !(a == b); }
@@ -340,6 +375,7 @@ class JsonObject final : public JsonValue {
     std::string key;
     JsonValue* value;  // owns one reference
   };
+  using MemberList = std::vector<Member, JsonPoolAllocator<Member>>;
 
   explicit JsonObject(bool keepOrder);
   JsonObject(const JsonObject& other);
@@ -402,7 +438,7 @@ class JsonObject final : public JsonValue {
   bool IsEqual(const JsonObject& other) const;
 
   // Direct, read-only access to the members in their order.
-  const std::vector<Member>& Members() const { return fMembers; }
+  const MemberList& Members() const { return fMembers; }
 
   void AppendToString(std::string& out) const override;
   void AppendToStringPretty(std::string& out, const std::string& indentUnit,
@@ -431,7 +467,7 @@ class JsonObject final : public JsonValue {
   void DropIndex();
   void ClearMembers();
 
-  std::vector<Member> fMembers;
+  MemberList fMembers;
   // Open-addressing index over fMembers, built only once an object grows
   // past a handful of members: fIndex[0] is the slot mask, the slots follow
   // and hold a position + 1, 0 when free.
@@ -474,7 +510,7 @@ class JsonArray final : public JsonValue {
 
   size_t Size() const { return fValues.size(); }
   bool Empty() const { return fValues.empty(); }
-  const std::vector<JsonValue*>& Values() const { return fValues; }
+  const JsonValueList& Values() const { return fValues; }
 
   void ForEach(
       const std::function<void(size_t index, const JsonAutoRefPtr<JsonValue>& value)>& fn) const;
@@ -506,7 +542,7 @@ class JsonArray final : public JsonValue {
  private:
   friend class TreeCopier;
   void Append(JsonValue* value);  // adopts, never null
-  std::vector<JsonValue*> fValues;
+  JsonValueList fValues;
 };
 
 // The shared key table of compiled objects.
@@ -573,7 +609,7 @@ class JsonCompiledObject final : public JsonValue {
   bool Empty() const { return fCountFilled == 0; }
   size_t SlotCount() const { return fSlots.size(); }
   const JsonCompiledObjectContext* Context() const { return fContext; }
-  const std::vector<JsonValue*>& Slots() const { return fSlots; }
+  const JsonValueList& Slots() const { return fSlots; }
 
   void ForEach(
       const std::function<void(size_t index, const JsonAutoRefPtr<JsonValue>& value)>& fn) const;
@@ -598,7 +634,7 @@ class JsonCompiledObject final : public JsonValue {
   friend class TreeCopier;
   const JsonCompiledObjectContext* fContext;
   size_t fCountFilled;
-  std::vector<JsonValue*> fSlots;
+  JsonValueList fSlots;
 };
 
 // Proxies naming one member or element, for reading and assignment. Each

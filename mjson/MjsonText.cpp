@@ -499,7 +499,19 @@ class TextParser {
   void Fail(const char* message) {
     if (fCtx.fError.empty()) fCtx.fError = message;
   }
-  void SkipWs() { JsonValue::SkipWhitespace(fText, fCtx); }
+  // Most tokens are followed by nothing or by one blank; only longer runs
+  // and line breaks take the full scan.
+  void SkipWs() {
+    const size_t p = fCtx.fPosition;
+    const size_t n = fText.size();
+    const unsigned char* data = reinterpret_cast<const unsigned char*>(fText.data());
+    if (p < n && data[p] > ' ') return;
+    if (n - p >= 2 && data[p] == ' ' && data[p + 1] > ' ') {
+      fCtx.fPosition = p + 1;
+      return;
+    }
+    JsonValue::SkipWhitespace(fText, fCtx);
+  }
 
   // Starts a value: returns a finished scalar, or pushes a container frame
   // and returns null with `*opened` set; null without `*opened` is failure.
