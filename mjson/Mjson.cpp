@@ -301,17 +301,31 @@ void JsonValue::PrintCounter() {
   fflush(stdout);
 }
 
-JsonString::JsonString(const std::string& s, bool* isKnownUTF8, bool* isValid)
-    : JsonValue(String), fValue(s) {
-  bool valid = (isKnownUTF8 && *isKnownUTF8) || IsUTF8(fValue);
-  if (!valid) fValue.clear();
-  if (isValid) *isValid = valid;
+void CompactString::InitHeap(const char* p, size_t n) {
+  char* block;
+  if (n < kHuge) {
+    block = static_cast<char*>(JsonPoolAllocate(n));
+    memcpy(block, p, n);
+    uint32_t n32 = static_cast<uint32_t>(n);
+    memcpy(fBytes, &n32, 4);
+  } else {
+    block = static_cast<char*>(JsonPoolAllocate(n + 8));
+    memcpy(block, &n, 8);
+    memcpy(block + 8, p, n);
+    memcpy(fBytes, &kHuge, 4);
+  }
+  memcpy(fBytes + 8, &block, sizeof block);
 }
 
-JsonString::JsonString(std::string&& s, bool* isKnownUTF8, bool* isValid)
-    : JsonValue(String), fValue(std::move(s)) {
-  bool valid = (isKnownUTF8 && *isKnownUTF8) || IsUTF8(fValue);
-  if (!valid) fValue.clear();
+void CompactString::FreeHeap() {
+  uint32_t n = SizeField();
+  JsonPoolFree(Block(), n != kHuge ? n : HugeSize() + 8);
+}
+
+JsonString::JsonString(std::string_view s, bool* isKnownUTF8, bool* isValid)
+    : JsonValue(String) {
+  bool valid = (isKnownUTF8 && *isKnownUTF8) || IsUTF8(s);
+  if (valid) fValue = CompactString(s);
   if (isValid) *isValid = valid;
 }
 
@@ -484,9 +498,9 @@ void JsonReal::Settle() const {
 namespace {
 
 // Reads the number at the start of `s`, as the text parser would.
-JsonAutoRefPtr<JsonValue> NumberPrefix(const std::string& s) {
+JsonAutoRefPtr<JsonValue> NumberPrefix(std::string_view s) {
   ParserContext ctx;
-  return JsonAutoRefPtr<JsonValue>(JsonValue::ParseNumber(s, ctx));
+  return JsonAutoRefPtr<JsonValue>(JsonValue::ParseNumber(std::string(s), ctx));
 }
 
 }  // namespace
@@ -833,9 +847,7 @@ inline uint64_t HashBytes(const char* p, size_t n) {
   return h;
 }
 
-inline bool SameKey(const std::string& a, std::string_view b) {
-  return a.size() == b.size() && memcmp(a.data(), b.data(), b.size()) == 0;
-}
+inline bool SameKey(const CompactString& a, std::string_view b) { return a == b; }
 
 }  // namespace
 
@@ -903,21 +915,22 @@ void JsonObject::RebuildIndex() {
   uint32_t* slots = fIndex + 1;
   size_t mask = capacity - 1;
   for (size_t i = 0; i < fMembers.size(); ++i) {
-    const std::string& k = fMembers[i].key;
+    std::string_view k = fMembers[i].key;
     size_t slot = HashBytes(k.data(), k.size()) & mask;
     while (slots[slot]) slot = (slot + 1) & mask;
     slots[slot] = static_cast<uint32_t>(i + 1);
   }
 }
 
-void JsonObject::Store(std::string&& key, JsonValue* value) {
+void JsonObject::Store(CompactString&& key, JsonValue* value) {
   if (!fIndex) {
-    size_t pos = Find(key);
-    if (pos != kNotFound) {
-      JsonValue* old = fMembers[pos].value;
-      fMembers[pos].value = value;
-      old->Release();
-      return;
+    for (Member& m : fMembers) {
+      if (m.key == key) {
+        JsonValue* old = m.value;
+        m.value = value;
+        old->Release();
+        return;
+      }
     }
     fMembers.push_back({std::move(key), value});
     if (fMembers.size() > kIndexThreshold) RebuildIndex();
@@ -926,10 +939,10 @@ void JsonObject::Store(std::string&& key, JsonValue* value) {
   // One probe finds either the key or the free slot it would take.
   size_t mask = fIndex[0];
   uint32_t* slots = fIndex + 1;
-  size_t slot = HashBytes(key.data(), key.size()) & mask;
+  size_t slot = HashBytes(key.Data(), key.Size()) & mask;
   for (; slots[slot]; slot = (slot + 1) & mask) {
     Member& m = fMembers[slots[slot] - 1];
-    if (SameKey(m.key, key)) {
+    if (m.key == key) {
       JsonValue* old = m.value;
       m.value = value;
       old->Release();
@@ -960,7 +973,7 @@ bool JsonObject::InsertValueWithNonUTF8KeyInternal(std::string&& key, JsonValue*
     Erase(key);
     return true;
   }
-  Store(std::move(key), value);
+  Store(CompactString(key), value);
   return true;
 }
 
@@ -1128,7 +1141,7 @@ void JsonObject::ForEach(
   for (size_t i = 0; i < fMembers.size(); ++i) {
     JsonAutoRefPtr<JsonValue> v(fMembers[i].value);
     v->AddRef();
-    fn(fMembers[i].key, v);
+    fn(fMembers[i].key.Str(), v);
   }
 }
 
@@ -1136,7 +1149,7 @@ bool JsonObject::IsEqual(const JsonObject& other) const {
   return static_cast<const JsonValue&>(*this) == static_cast<const JsonValue&>(other);
 }
 
-std::string ObjectStepper::Key() const { return fObject->fMembers[fIndex].key; }
+std::string ObjectStepper::Key() const { return fObject->fMembers[fIndex].key.Str(); }
 
 JsonAutoRefPtr<JsonValue> ObjectStepper::Value() const {
   JsonValue* v = fObject->fMembers[fIndex].value;

@@ -193,6 +193,100 @@ struct JsonPoolAllocator {
 
 using JsonValueList = std::vector<JsonValue*, JsonPoolAllocator<JsonValue*>>;
 
+// An owned byte string in two words, for member keys and string values.
+// Up to 12 bytes sit inline; longer ones live in a pooled block. Most keys
+// and many values of real documents are short, and a document holds a great
+// many of them, so this saves both the heap call and the space of a
+// std::string. Inline strings keep their unused bytes zero, which makes
+// comparing two short strings a compare of two words.
+class alignas(8) CompactString {
+ public:
+  static constexpr size_t kInline = 12;
+
+  CompactString() noexcept { Zero(); }
+  CompactString(const char* p, size_t n) { Init(p, n); }
+  explicit CompactString(std::string_view s) { Init(s.data(), s.size()); }
+  CompactString(const CompactString& other) { Init(other.Data(), other.Size()); }
+  CompactString(CompactString&& other) noexcept {
+    __builtin_memcpy(fBytes, other.fBytes, sizeof fBytes);
+    other.Zero();
+  }
+  CompactString& operator=(const CompactString& other) {
+    if (this != &other) *this = CompactString(other);
+    return *this;
+  }
+  CompactString& operator=(CompactString&& other) noexcept {
+    if (this != &other) {
+      Free();
+      __builtin_memcpy(fBytes, other.fBytes, sizeof fBytes);
+      other.Zero();
+    }
+    return *this;
+  }
+  ~CompactString() { Free(); }
+
+  size_t Size() const { return SizeField() != kHuge ? SizeField() : HugeSize(); }
+  bool Empty() const { return SizeField() == 0; }
+  const char* Data() const { return IsInline() ? fBytes + 4 : HeapBytes(); }
+  std::string_view View() const { return {Data(), Size()}; }
+  operator std::string_view() const { return View(); }
+  std::string Str() const { return std::string(Data(), Size()); }
+
+  bool operator==(const CompactString& other) const {
+    if (Word(0) != other.Word(0)) return false;  // size, and inline the first bytes
+    if (IsInline()) return Word(1) == other.Word(1);
+    return View() == other.View();
+  }
+  bool operator==(std::string_view s) const {
+    return Size() == s.size() && __builtin_memcmp(Data(), s.data(), s.size()) == 0;
+  }
+
+ private:
+  // Sizes from this one up are kept in front of the heap bytes.
+  static constexpr uint32_t kHuge = UINT32_MAX;
+
+  uint32_t SizeField() const {
+    uint32_t n;
+    __builtin_memcpy(&n, fBytes, 4);
+    return n;
+  }
+  uint64_t Word(int i) const {
+    uint64_t w;
+    __builtin_memcpy(&w, fBytes + 8 * i, 8);
+    return w;
+  }
+  bool IsInline() const { return SizeField() <= kInline; }
+  char* Block() const {
+    char* p;
+    __builtin_memcpy(&p, fBytes + 8, sizeof p);
+    return p;
+  }
+  const char* HeapBytes() const { return SizeField() != kHuge ? Block() : Block() + 8; }
+  size_t HugeSize() const {
+    size_t n;
+    __builtin_memcpy(&n, Block(), sizeof n);
+    return n;
+  }
+  void Zero() { __builtin_memset(fBytes, 0, sizeof fBytes); }
+  void Init(const char* p, size_t n) {
+    Zero();
+    if (n <= kInline) {
+      uint32_t n32 = static_cast<uint32_t>(n);
+      __builtin_memcpy(fBytes, &n32, 4);
+      if (n) __builtin_memcpy(fBytes + 4, p, n);
+      return;
+    }
+    InitHeap(p, n);
+  }
+  void InitHeap(const char* p, size_t n);
+  void Free() {
+    if (!IsInline()) FreeHeap();
+  }
+  void FreeHeap();
+
+  char fBytes[16];
+};
+
 bool operator==(const JsonValue& a, const JsonValue& b);
 inline bool operator!=(const JsonValue& a, const JsonValue& b) { return !(a == b); }
 
@@ -201,23 +295,24 @@ class JsonString final : public JsonValue {
   // Bytes that are not valid UTF-8 are never stored: the value becomes the
   // empty string and `*isValid` reports false. A caller that has already
   // validated the bytes passes `*isKnownUTF8` true to skip the check.
-  JsonString(const std::string& s, bool* isKnownUTF8 = nullptr, bool* isValid = nullptr);
-  JsonString(std::string&& s, bool* isKnownUTF8 = nullptr, bool* isValid = nullptr);
+  JsonString(const std::string& s, bool* isKnownUTF8 = nullptr, bool* isValid = nullptr)
+      : JsonString(std::string_view(s), isKnownUTF8, isValid) {}
+  JsonString(std::string_view s, bool* isKnownUTF8 = nullptr, bool* isValid = nullptr);
   // Trusted bytes, no check; used where the bytes are already known to be valid.
   struct Trusted {};
-  JsonString(std::string&& s, Trusted) : JsonValue(String), fValue(std::move(s)) {}
+  JsonString(std::string_view s, Trusted) : JsonValue(String), fValue(s) {}
   JsonString(const JsonString&) = default;
 
-  void Get(std::string& out) const { out = fValue; }
-  std::string Get() const { return fValue; }
-  const std::string& Value() const { return fValue; }
+  void Get(std::string& out) const { out.assign(fValue.Data(), fValue.Size()); }
+  std::string Get() const { return fValue.Str(); }
+  std::string_view Value() const { return fValue.View(); }
   bool IsEqual(const JsonString& other) const { return fValue == other.fValue; }
 
   void AppendToString(std::string& out) const override;
   void AppendToMsgPack(BigEndianWriter* writer) const override;
 
  private:
-  std::string fValue;
+  CompactString fValue;
 };
 
 class JsonInteger final : public JsonValue {
@@ -372,7 +467,7 @@ class ObjectStepper {
 class JsonObject final : public JsonValue {
  public:
   struct Member {
-    std::string key;
+    CompactString key;
     JsonValue* value;  // owns one reference
   };
   using MemberList = std::vector<Member, JsonPoolAllocator<Member>>;
@@ -461,7 +556,7 @@ class JsonObject final : public JsonValue {
   friend class TreeCopier;
   static constexpr size_t kNotFound = SIZE_MAX;
   size_t Find(std::string_view key) const;
-  void Store(std::string&& key, JsonValue* value);  // adopts value, never null
+  void Store(CompactString&& key, JsonValue* value);  // adopts value, never null
   void EraseAt(size_t pos);
   void RebuildIndex();
   void DropIndex();

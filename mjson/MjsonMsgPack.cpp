@@ -226,7 +226,7 @@ struct WriteFrame {
 inline bool WriteScalar(const JsonValue* v, BigEndianWriter* w) {
   switch (v->Type()) {
     case JsonValue::String: {
-      const std::string& str = static_cast<const JsonString*>(v)->Value();
+      const std::string_view str = static_cast<const JsonString*>(v)->Value();
       PutString(w, str.data(), str.size());
       return true;
     }
@@ -313,7 +313,7 @@ void WriteTree(const JsonValue* root, BigEndianWriter* w) {
         auto* end = static_cast<const JsonObject::Member*>(f.end);
         while (m != end) {
           const JsonValue* e = m->value;
-          PutString(w, m->key.data(), m->key.size());
+          PutString(w, m->key.Data(), m->key.Size());
           ++m;
           if (!e)
             w->Write8(0xC0);
@@ -563,7 +563,7 @@ class MsgPackReader {
   // the caller vouches for its input.
   JsonValue* MakeString(const char* p, size_t n) {
     if (!fCtx.fNoUTF8Check && !IsUTF8(p, n)) n = 0;
-    return new JsonString(std::string(p, n), JsonString::Trusted{});
+    return new JsonString(std::string_view(p, n), JsonString::Trusted{});
   }
   JsonValue* Truncated() {
     Fail(fCtx, "unexpected end of input");
@@ -845,8 +845,7 @@ JsonValue* MsgPackReader::Run() {
       if (f.kind == kObject) {
         f.dropValue = !IsUTF8(key, keyLength);
         if (!f.dropValue) {
-          fPairs.emplace_back();
-          fPairs.back().key.assign(key, keyLength);
+          fPairs.push_back({CompactString(key, keyLength), nullptr});
         }
       } else {
         fKey.assign(key, keyLength);

@@ -513,6 +513,28 @@ class TextParser {
     JsonValue::SkipWhitespace(fText, fCtx);
   }
 
+  // The string at the cursor. One without escapes, in input already known
+  // to be UTF-8, is a span of the input itself; any other is decoded and
+  // checked into fKey by the full routine. Either way `out` is valid until
+  // the next string is scanned.
+  bool ScanString(std::string_view& out) {
+    const char* data = fText.data();
+    const char* end = data + fText.size();
+    const size_t pos = fCtx.fPosition;
+    if (pos < fText.size() && data[pos] == '"' && (fCtx.fNoUTF8Check || fCtx.fInputIsUTF8)) {
+      const char* start = data + pos + 1;
+      const char* p = FindSpecial(start, end);
+      if (p < end && *p == '"') {
+        out = std::string_view(start, static_cast<size_t>(p - start));
+        fCtx.fPosition = static_cast<size_t>(p + 1 - data);
+        return true;
+      }
+    }
+    if (!JsonValue::ParseString(fText, fKey, fCtx)) return false;
+    out = fKey;
+    return true;
+  }
+
   // Starts a value: returns a finished scalar, or pushes a container frame
   // and returns null with `*opened` set; null without `*opened` is failure.
   JsonValue* BeginValue(ValueMode mode, const JsonCompiledObjectContext* table, bool* opened);
@@ -542,9 +564,9 @@ JsonValue* TextParser::ParseScalar() {
   char c = t[p];
   switch (c) {
     case '"': {
-      std::string s;
-      if (!JsonValue::ParseString(t, s, fCtx)) return nullptr;
-      return new JsonString(std::move(s), JsonString::Trusted{});
+      std::string_view s;
+      if (!ScanString(s)) return nullptr;
+      return new JsonString(s, JsonString::Trusted{});
     }
     case 't':
       if (t.size() - p >= 4 && memcmp(t.data() + p, "true", 4) == 0) {
@@ -700,7 +722,8 @@ JsonValue* TextParser::StepFrame(bool* wantValue, ValueMode* mode,
       return nullptr;
     }
     // A key, a colon, and then the value.
-    if (!JsonValue::ParseString(fText, fKey, fCtx)) {
+    std::string_view key;
+    if (!ScanString(key)) {
       if (fCtx.fError.empty())
         fCtx.fError = "key (string) expected";
       else
@@ -719,9 +742,10 @@ JsonValue* TextParser::StepFrame(bool* wantValue, ValueMode* mode,
     *mode = ValueMode::kAny;
     *table = nullptr;
     if (!isCompiled) {
-      fPairs.push_back({std::move(fKey), nullptr});
+      fPairs.push_back({CompactString(key), nullptr});
       return nullptr;
     }
+    if (key.data() != fKey.data()) fKey.assign(key);
     size_t slot = f.table->GetIndexForKey(fKey);
     f.slot = slot;
     f.droppingValue = slot >= f.compiled->SlotCount();

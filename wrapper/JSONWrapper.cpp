@@ -1300,7 +1300,7 @@ bool JSONWrapper::WalkMembers(Visit&& visit) const {
       const auto* object = static_cast<const JsonObject*>(root.get());
       for (size_t i = 0; i < object->Size(); ++i) {
         const JsonObject::Member& member = object->Members()[i];
-        const std::string key = member.key;
+        const std::string key = member.key.Str();
         const AutoRefPtr<JSONWrapper> value = FromMJson(Share(member.value));
         if (!visit(key.c_str(), value.get(), i)) break;
       }
