@@ -7,6 +7,7 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <algorithm>
 #include <cfloat>
 #include <charconv>
 #include <cmath>
@@ -81,6 +82,11 @@ void JsonUseCounted::FailUseCountCheck() noexcept {
 // slab is cut, so memory freed on one thread serves allocations on another.
 // Slabs are kept for the life of the process. Sanitizer builds use the plain
 // heap so that use-after-free stays visible.
+//
+// A class cuts little from the slab at first and twice as much each time it
+// runs dry, up to a batch. A document touches dozens of classes (string
+// blocks and small lists of every length) but fills only a few, so cutting
+// full batches up front would leave most of the memory a parse takes idle.
 
 namespace {
 
@@ -93,8 +99,19 @@ constexpr bool kPoolNodes = true;
 constexpr size_t kGranule = 8;
 constexpr size_t kClasses = 64;  // nodes and small lists up to 512 bytes
 constexpr size_t kSlabBytes = 64 * 1024;
-constexpr size_t kBatch = 256;
 constexpr size_t kLocalBatches = 8;  // full batches a thread keeps per class
+
+constexpr size_t ClassSize(size_t cls) { return (cls + 1) * kGranule; }
+
+// Nodes per batch: 256 small ones, or 8 KB of larger ones.
+constexpr uint32_t BatchNodes(size_t cls) {
+  return static_cast<uint32_t>(std::clamp<size_t>(8192 / ClassSize(cls), 16, 256));
+}
+
+// Nodes of the first cut from a slab: about 1 KB, at least four.
+constexpr uint32_t FirstCutNodes(size_t cls) {
+  return static_cast<uint32_t>(std::max<size_t>(1024 / ClassSize(cls), 4));
+}
 
 struct FreeNode {
   FreeNode* next;
@@ -134,7 +151,7 @@ class SharedPool {
       if (--b.count == 0) batches.pop_back();
       return node;
     }
-    size_t size = (cls + 1) * kGranule;
+    size_t size = ClassSize(cls);
     if (static_cast<size_t>(fCutEnd - fCut) < size) {
       fCut = NewSlab();
       fCutEnd = fCut + kSlabBytes;
@@ -188,7 +205,7 @@ class LocalCache {
 
   void Free(size_t cls, void* p) {
     Class& c = fClasses[cls];
-    if (c.count == kBatch) [[unlikely]]
+    if (c.count == BatchNodes(cls)) [[unlikely]]
       Retire(cls);
     auto* node = static_cast<FreeNode*>(p);
     node->next = c.head;
@@ -201,6 +218,7 @@ class LocalCache {
     FreeNode* head = nullptr;
     size_t count = 0;
     size_t full = 0;
+    uint32_t nextCut = 0;  // nodes of the next cut from a slab; 0 before the first
     Batch batches[kLocalBatches];
   };
 
@@ -232,13 +250,14 @@ class LocalCache {
       c.count = batch.count;
       return;
     }
-    size_t size = (cls + 1) * kGranule;
+    size_t size = ClassSize(cls);
     if (static_cast<size_t>(fCutEnd - fCut) < size) {
       fCut = Shared().NewSlab();
       fCutEnd = fCut + kSlabBytes;
     }
-    // Cut up to a batch of nodes from the current slab.
-    size_t n = std::min(kBatch, static_cast<size_t>(fCutEnd - fCut) / size);
+    uint32_t want = c.nextCut ? c.nextCut : FirstCutNodes(cls);
+    c.nextCut = std::min(want * 2, BatchNodes(cls));
+    size_t n = std::min<size_t>(want, static_cast<size_t>(fCutEnd - fCut) / size);
     FreeNode* head = nullptr;
     for (size_t i = n; i-- > 0;) {
       auto* node = reinterpret_cast<FreeNode*>(fCut + i * size);
