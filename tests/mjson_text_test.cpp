@@ -199,10 +199,28 @@ TEST(TextParser, UTF8Validator) {
       {"a\xF8\x88\x80\x80\x80", false, 1},
       {"\xC3\x28", false, 0},
   };
+  // The check runs in blocks of 16 and 64 bytes: each case also sits at
+  // every offset across those seams, with ASCII around it.
   for (const Case& c : cases) {
+    for (size_t before = 0; before <= 80; ++before) {
+      for (size_t after : {0, 1, 3, 17, 64}) {
+        std::string s = std::string(before, 'x') + c.s + std::string(after, 'y');
+        size_t bad = 999;
+        EXPECT_EQ(JsonValue::IsUTF8(s, &bad), c.ok) << c.s << " at " << before;
+        EXPECT_EQ(bad, c.ok ? s.size() : before + c.bad) << c.s << " at " << before;
+      }
+    }
+  }
+  // Long runs of multi-byte text, broken at every position in turn.
+  std::string text;
+  while (text.size() < 200) text += "\xE2\x82\xAC\xC3\xA9\xF0\x9F\x98\x80z";
+  EXPECT_TRUE(JsonValue::IsUTF8(text));
+  for (size_t cut = 0; cut < text.size(); ++cut) {
+    std::string broken = text;
+    broken[cut] = static_cast<char>(0xFF);
     size_t bad = 999;
-    EXPECT_EQ(JsonValue::IsUTF8(c.s, &bad), c.ok) << c.s;
-    EXPECT_EQ(bad, c.bad) << c.s;
+    EXPECT_FALSE(JsonValue::IsUTF8(broken, &bad)) << cut;
+    EXPECT_LE(bad, cut) << cut;
   }
 }
 
