@@ -173,116 +173,140 @@ SharedPool& Shared() {
   return *pool;
 }
 
-// Set once this thread's cache is destroyed; later allocations and frees
-// on the thread (during static destruction, say) go to the shared pool.
-thread_local bool tCacheGone = false;
+// Per class, a current free list and a few full batches behind it. A batch
+// is handed around whole (head and count), so moving nodes between the
+// thread and the shared pool never walks a list.
+//
+// The cache is plain zero-initialised thread storage, so the fast paths pay
+// no construction check. Zero is also the state that sends both paths to
+// the slow side: no head to allocate from, no room to free into. The slow
+// side brings the cache to life and registers its flush at thread exit;
+// once flushed, the cache goes back to zero and stays dead, and the thread's
+// later calls (during static destruction, say) use the shared pool.
+struct ClassCache {
+  FreeNode* head;
+  uint32_t room;     // nodes the current list takes before it is retired
+  uint32_t full;     // full batches in `batches`
+  uint32_t nextCut;  // nodes of the next cut from a slab; 0 before the first
+  Batch batches[kLocalBatches];
+};
 
-// Per class, a current free list of at most a batch of nodes and a few full
-// batches behind it. A batch is handed around whole (head and count), so
-// moving nodes between the thread and the shared pool never walks a list.
-class LocalCache {
- public:
-  ~LocalCache() {
-    tCacheGone = true;
-    for (size_t cls = 0; cls < kClasses; ++cls) {
-      Class& c = fClasses[cls];
-      if (c.count > 0) Shared().Put(cls, Batch{c.head, c.count});
-      for (size_t i = 0; i < c.full; ++i) Shared().Put(cls, c.batches[i]);
-    }
+struct ThreadCache {
+  ClassCache classes[kClasses];
+  char* cut;  // the slab this thread cuts from
+  char* cutEnd;
+  bool live;
+  bool dead;
+};
+
+constinit thread_local ThreadCache tCache{};
+
+void FlushThreadCache() {
+  ThreadCache& t = tCache;
+  t.live = false;
+  t.dead = true;
+  for (size_t cls = 0; cls < kClasses; ++cls) {
+    ClassCache& c = t.classes[cls];
+    if (c.head) Shared().Put(cls, Batch{c.head, BatchNodes(cls) - c.room});
+    for (size_t i = 0; i < c.full; ++i) Shared().Put(cls, c.batches[i]);
+    c = ClassCache{};
   }
+}
 
-  void* Allocate(size_t cls) {
-    Class& c = fClasses[cls];
-    FreeNode* node = c.head;
-    if (!node) [[unlikely]] {
-      Refill(cls);
-      node = c.head;
-    }
-    c.head = node->next;
-    --c.count;
-    return node;
+struct ThreadCacheFlusher {
+  ~ThreadCacheFlusher() { FlushThreadCache(); }
+};
+
+// True when the cache can be used; brings it to life on first use.
+bool CacheReady() {
+  ThreadCache& t = tCache;
+  if (t.live) return true;
+  if (t.dead) return false;
+  static thread_local ThreadCacheFlusher flusher;  // registers the flush
+  (void)flusher;
+  for (size_t cls = 0; cls < kClasses; ++cls) t.classes[cls].room = BatchNodes(cls);
+  t.live = true;
+  return true;
+}
+
+// The current list is full: it becomes a full batch, and the oldest full
+// batch goes to the shared pool when there is no room left.
+void Retire(size_t cls) {
+  ClassCache& c = tCache.classes[cls];
+  if (c.full == kLocalBatches) {
+    Shared().Put(cls, c.batches[0]);
+    std::copy(c.batches + 1, c.batches + kLocalBatches, c.batches);
+    --c.full;
   }
+  c.batches[c.full++] = Batch{c.head, BatchNodes(cls)};
+  c.head = nullptr;
+  c.room = BatchNodes(cls);
+}
 
-  void Free(size_t cls, void* p) {
-    Class& c = fClasses[cls];
-    if (c.count == BatchNodes(cls)) [[unlikely]]
-      Retire(cls);
-    auto* node = static_cast<FreeNode*>(p);
-    node->next = c.head;
-    c.head = node;
-    ++c.count;
-  }
-
- private:
-  struct Class {
-    FreeNode* head = nullptr;
-    size_t count = 0;
-    size_t full = 0;
-    uint32_t nextCut = 0;  // nodes of the next cut from a slab; 0 before the first
-    Batch batches[kLocalBatches];
-  };
-
-  // The current list is full: it becomes a full batch, and the oldest full
-  // batch goes to the shared pool when there is no room left.
-  void Retire(size_t cls) {
-    Class& c = fClasses[cls];
-    if (c.full == kLocalBatches) {
-      Shared().Put(cls, c.batches[0]);
-      std::copy(c.batches + 1, c.batches + kLocalBatches, c.batches);
-      --c.full;
-    }
-    c.batches[c.full++] = Batch{c.head, c.count};
-    c.head = nullptr;
-    c.count = 0;
-  }
-
-  void Refill(size_t cls) {
-    Class& c = fClasses[cls];
-    if (c.full > 0) {
-      const Batch& b = c.batches[--c.full];
-      c.head = b.head;
-      c.count = b.count;
-      return;
-    }
-    Batch batch;
-    if (Shared().Take(cls, batch)) {
-      c.head = batch.head;
-      c.count = batch.count;
-      return;
-    }
+void Refill(size_t cls) {
+  ThreadCache& t = tCache;
+  ClassCache& c = t.classes[cls];
+  Batch batch;
+  if (c.full > 0) {
+    batch = c.batches[--c.full];
+  } else if (!Shared().Take(cls, batch)) {
     size_t size = ClassSize(cls);
-    if (static_cast<size_t>(fCutEnd - fCut) < size) {
-      fCut = Shared().NewSlab();
-      fCutEnd = fCut + kSlabBytes;
+    if (static_cast<size_t>(t.cutEnd - t.cut) < size) {
+      t.cut = Shared().NewSlab();
+      t.cutEnd = t.cut + kSlabBytes;
     }
     uint32_t want = c.nextCut ? c.nextCut : FirstCutNodes(cls);
     c.nextCut = std::min(want * 2, BatchNodes(cls));
-    size_t n = std::min<size_t>(want, static_cast<size_t>(fCutEnd - fCut) / size);
+    size_t n = std::min<size_t>(want, static_cast<size_t>(t.cutEnd - t.cut) / size);
     FreeNode* head = nullptr;
     for (size_t i = n; i-- > 0;) {
-      auto* node = reinterpret_cast<FreeNode*>(fCut + i * size);
+      auto* node = reinterpret_cast<FreeNode*>(t.cut + i * size);
       node->next = head;
       head = node;
     }
-    fCut += n * size;
-    c.head = head;
-    c.count = n;
+    t.cut += n * size;
+    batch = Batch{head, n};
   }
+  c.head = batch.head;
+  c.room = BatchNodes(cls) - static_cast<uint32_t>(batch.count);
+}
 
-  Class fClasses[kClasses];
-  char* fCut = nullptr;
-  char* fCutEnd = nullptr;
-};
+[[gnu::noinline, gnu::cold]] void* AllocateSlow(size_t cls) {
+  if (!CacheReady()) return Shared().AllocateOne(cls);
+  ClassCache& c = tCache.classes[cls];
+  if (!c.head) Refill(cls);
+  FreeNode* node = c.head;
+  c.head = node->next;
+  ++c.room;
+  return node;
+}
 
-thread_local LocalCache tCache;
+[[gnu::noinline, gnu::cold]] void FreeSlow(size_t cls, void* p) {
+  auto* node = static_cast<FreeNode*>(p);
+  if (!CacheReady()) {
+    node->next = nullptr;
+    Shared().Put(cls, Batch{node, 1});
+    return;
+  }
+  ClassCache& c = tCache.classes[cls];
+  if (c.room == 0) Retire(cls);
+  node->next = c.head;
+  c.head = node;
+  --c.room;
+}
 
 }  // namespace
 
 void* JsonPoolAllocate(size_t size) {
   if (!kPoolNodes || size - 1 >= kGranule * kClasses) return ::operator new(size);
-  if (tCacheGone) [[unlikely]]
-    return Shared().AllocateOne((size - 1) / kGranule);
-  return tCache.Allocate((size - 1) / kGranule);
+  size_t cls = (size - 1) / kGranule;
+  ClassCache& c = tCache.classes[cls];
+  FreeNode* node = c.head;
+  if (!node) [[unlikely]]
+    return AllocateSlow(cls);
+  c.head = node->next;
+  ++c.room;
+  return node;
 }
 
 void JsonPoolFree(void* p, size_t size) noexcept {
@@ -291,13 +315,16 @@ void JsonPoolFree(void* p, size_t size) noexcept {
     ::operator delete(p);
     return;
   }
-  if (tCacheGone) [[unlikely]] {
-    auto* node = static_cast<FreeNode*>(p);
-    node->next = nullptr;
-    Shared().Put((size - 1) / kGranule, Batch{node, 1});
+  size_t cls = (size - 1) / kGranule;
+  ClassCache& c = tCache.classes[cls];
+  if (c.room == 0) [[unlikely]] {
+    FreeSlow(cls, p);
     return;
   }
-  tCache.Free((size - 1) / kGranule, p);
+  auto* node = static_cast<FreeNode*>(p);
+  node->next = c.head;
+  c.head = node;
+  --c.room;
 }
 
 void* JsonValue::operator new(size_t size) { return JsonPoolAllocate(size); }

@@ -273,3 +273,42 @@ TEST(Values, StaticValuesOutliveThreadCaches) {
 }
 
 }  // namespace
+
+namespace {
+
+// Nodes made on one thread and freed on another travel between the threads'
+// caches through the shared pool. Documents built concurrently stay intact
+// while others are freed around them.
+TEST(Values, NodesFreedOnOtherThreads) {
+  std::string text = "[";
+  for (int i = 0; i < 3000; ++i) {
+    const std::string n = std::to_string(i);
+    text.append(i ? "," : "").append("{\"k\":").append(n);
+    text.append(",\"name\":\"a string long enough for a block ").append(n).append("\",\"l\":[1.5,2,3]}");
+  }
+  text += "]";
+  const auto reference = JsonValue::ReadFromString(text, nullptr, nullptr);
+  ASSERT_TRUE(reference);
+
+  constexpr int kThreads = 4;
+  constexpr int kRounds = 6;
+  std::vector<JsonAutoRefPtr<JsonValue>> made(kThreads), next(kThreads);
+  for (int round = 0; round < kRounds; ++round) {
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t) {
+      threads.emplace_back([&, t] {
+        // Free what another thread made last round while making a new one.
+        made[t] = nullptr;
+        next[t] = JsonValue::ReadFromString(text, nullptr, nullptr);
+      });
+    }
+    for (std::thread& thread : threads) thread.join();
+    for (int t = 0; t < kThreads; ++t) {
+      ASSERT_TRUE(next[t] && *next[t] == *reference);
+      made[(t + 1) % kThreads] = std::move(next[t]);
+    }
+  }
+  for (auto& v : made) EXPECT_TRUE(v && *v == *reference);
+}
+
+}  // namespace
