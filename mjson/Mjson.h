@@ -270,13 +270,26 @@ class alignas(8) CompactString {
   void Zero() { __builtin_memset(fBytes, 0, sizeof fBytes); }
   void Init(const char* p, size_t n) {
     Zero();
-    if (n <= kInline) {
-      uint32_t n32 = static_cast<uint32_t>(n);
-      __builtin_memcpy(fBytes, &n32, 4);
-      if (n) __builtin_memcpy(fBytes + 4, p, n);
+    if (n > kInline) {
+      InitHeap(p, n);
       return;
     }
-    InitHeap(p, n);
+    uint32_t n32 = static_cast<uint32_t>(n);
+    __builtin_memcpy(fBytes, &n32, 4);
+    // Fixed-size pieces, overlapping where needed, rather than a call to
+    // copy a handful of bytes.
+    char* d = fBytes + 4;
+    if (n >= 8) {
+      __builtin_memcpy(d, p, 8);
+      __builtin_memcpy(d + n - 4, p + n - 4, 4);
+    } else if (n >= 4) {
+      __builtin_memcpy(d, p, 4);
+      __builtin_memcpy(d + n - 4, p + n - 4, 4);
+    } else if (n > 0) {
+      d[0] = p[0];
+      d[n / 2] = p[n / 2];
+      d[n - 1] = p[n - 1];
+    }
   }
   void InitHeap(const char* p, size_t n);
   void Free() {
@@ -467,8 +480,14 @@ class ObjectStepper {
 class JsonObject final : public JsonValue {
  public:
   struct Member {
+    Member() = default;
+    Member(CompactString&& k, JsonValue* v) : key(std::move(k)), value(v) {}
+    Member(const CompactString& k, JsonValue* v) : key(k), value(v) {}
+    // The key built in place: the parsers add members this way.
+    Member(const char* k, size_t n) : key(k, n) {}
+
     CompactString key;
-    JsonValue* value;  // owns one reference
+    JsonValue* value = nullptr;  // owns one reference
   };
   using MemberList = std::vector<Member, JsonPoolAllocator<Member>>;
 

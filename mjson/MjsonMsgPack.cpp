@@ -845,7 +845,7 @@ JsonValue* MsgPackReader::Run() {
       if (f.kind == kObject) {
         f.dropValue = !IsUTF8(key, keyLength);
         if (!f.dropValue) {
-          fPairs.push_back({CompactString(key, keyLength), nullptr});
+          fPairs.emplace_back(key, keyLength);
         }
       } else {
         fKey.assign(key, keyLength);

@@ -801,7 +801,7 @@ JsonValue* TextParser::StepFrame(bool* wantValue, ValueMode* mode,
     *mode = ValueMode::kAny;
     *table = nullptr;
     if (!isCompiled) {
-      fPairs.push_back({CompactString(key), nullptr});
+      fPairs.emplace_back(key.data(), key.size());
       return nullptr;
     }
     if (key.data() != fKey.data()) fKey.assign(key);
