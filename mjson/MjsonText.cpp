@@ -5,6 +5,7 @@
 #include <stdio.h>
 #include <string.h>
 
+#include <charconv>
 #include <cmath>
 
 #if defined(__SSE2__)
@@ -1053,22 +1054,17 @@ void AppendInteger(std::string& out, long long raw, bool largeUnsigned) {
   }
 }
 
+// std::to_chars with a precision gives printf's "%.*g" and "%.*f" digit for
+// digit, without the format parsing and locale work of the printf family.
+// The buffer holds any double at any precision: "%g" drops trailing zeros,
+// so no output is longer than the exact decimal expansion of a double.
 void AppendReal(std::string& out, double v, int digits) {
-  char buf[512];
+  char buf[1100];
   if (digits >= 1) {
-    int n = snprintf(buf, sizeof buf, "%.*g", digits, v);
-    std::string longer;
-    const char* text = buf;
-    if (n >= static_cast<int>(sizeof buf)) {
-      longer.resize(static_cast<size_t>(n) + 1);
-      snprintf(longer.data(), longer.size(), "%.*g", digits, v);
-      longer.resize(static_cast<size_t>(n));
-      text = longer.data();
-    }
-    out.append(text, static_cast<size_t>(n));
-    if (!memchr(text, '.', static_cast<size_t>(n)) && !memchr(text, 'e', static_cast<size_t>(n)) &&
-        !memchr(text, 'E', static_cast<size_t>(n)))
-      out.append(".0", 2);
+    auto [end, ec] = std::to_chars(buf, buf + sizeof buf, v, std::chars_format::general, digits);
+    size_t n = ec == std::errc() ? static_cast<size_t>(end - buf) : 0;
+    out.append(buf, n);
+    if (!memchr(buf, '.', n) && !memchr(buf, 'e', n) && !memchr(buf, 'E', n)) out.append(".0", 2);
     return;
   }
   if (std::isnan(v)) {
@@ -1085,12 +1081,14 @@ void AppendReal(std::string& out, double v, int digits) {
     out.append(".0", 2);
     return;
   }
-  std::string fixed = std::to_string(v);
+  // Six decimals, as "%f" gives them, then without the trailing zeros.
+  auto [end, ec] = std::to_chars(buf, buf + sizeof buf, v, std::chars_format::fixed, 6);
+  std::string_view fixed(buf, ec == std::errc() ? static_cast<size_t>(end - buf) : 0);
   size_t dot = fixed.find('.');
-  if (dot != std::string::npos) {
+  if (dot != std::string_view::npos) {
     size_t last = fixed.find_last_not_of('0');
     if (last == dot) last = dot + 1;
-    fixed.resize(last + 1);
+    fixed = fixed.substr(0, last + 1);
   }
   out.append(fixed);
 }

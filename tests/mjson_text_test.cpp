@@ -116,6 +116,55 @@ TEST(TextParser, RejectsWithExactMessageAndLine) {
   }
 }
 
+// The blank skipper takes runs of spaces sixteen bytes at a time; line
+// counting must not depend on where a break falls against those blocks. Random runs of the
+// four blanks, up to four blocks long, against a byte-by-byte count.
+TEST(TextParser, SkipWhitespaceCountsBreaksAtAnyOffset) {
+  struct Expected {
+    size_t position, line, lineStart;
+  };
+  auto reference = [](const std::string& s, size_t p) {
+    Expected e{p, 0, 0};
+    while (e.position < s.size()) {
+      char c = s[e.position];
+      if (c == ' ' || c == '\t') {
+        ++e.position;
+      } else if (c == '\n' || c == '\r') {
+        ++e.position;
+        if (e.position < s.size() && s[e.position] == (c == '\n' ? '\r' : '\n')) ++e.position;
+        ++e.line;
+        e.lineStart = e.position;
+      } else {
+        break;
+      }
+    }
+    return e;
+  };
+  // Mostly one kind of break per text, as real files have, sometimes mixed.
+  const std::string alphabets[] = {" \n", " \t\n", " \r\n", " \t\r\n"};
+  uint32_t seed = 12345;
+  auto next = [&seed] {
+    seed = seed * 1103515245u + 12345u;
+    return seed >> 16;
+  };
+  for (int round = 0; round < 4000; ++round) {
+    const std::string& alphabet = alphabets[round % 4];
+    std::string s = "x";
+    for (size_t i = 0, length = next() % 64; i < length; ++i) {
+      unsigned r = next();
+      s.push_back(r % 3 ? ' ' : alphabet[r / 3 % alphabet.size()]);
+    }
+    if (round % 2) s.push_back('x');
+    ParserContext ctx;
+    ctx.fPosition = 1;
+    JsonValue::SkipWhitespace(s, ctx);
+    Expected e = reference(s, 1);
+    ASSERT_EQ(ctx.fPosition, e.position) << round;
+    ASSERT_EQ(ctx.fLine, e.line) << round;
+    ASSERT_EQ(ctx.fLineStart, e.lineStart) << round;
+  }
+}
+
 TEST(TextParser, ClassifiesNumbers) {
   struct Case {
     const char* in;
