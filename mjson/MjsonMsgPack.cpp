@@ -256,73 +256,96 @@ inline bool WriteScalar(const JsonValue* v, BigEndianWriter* w) {
   return true;
 }
 
-// Writes a container's header and, when it has members to write, opens a
-// frame for them.
-inline void OpenContainer(const JsonValue* v, std::vector<WriteFrame>& stack,
-                          BigEndianWriter* w) {
-  if (stack.empty()) stack.reserve(16);
-  if (v->Type() == JsonValue::Array) {
-    const auto& values = static_cast<const JsonArray*>(v)->Values();
-    if (WriteArrayHeader(values.size(), w) && !values.empty())
-      stack.push_back(
-          {values.data(), values.data() + values.size(), nullptr, 0, WriteFrame::kArray});
-  } else if (v->Type() == JsonValue::Object) {
-    const auto& members = static_cast<const JsonObject*>(v)->Members();
-    if (WriteMapHeader(members.size(), w) && !members.empty())
-      stack.push_back(
-          {members.data(), members.data() + members.size(), nullptr, 0, WriteFrame::kObject});
-  } else {
-    auto* c = static_cast<const JsonCompiledObject*>(v);
-    if (!c->Context()) {
-      w->Write8(0x80);
-    } else if (WriteMapHeader(c->Size(), w)) {
-      const auto& slots = c->Slots();
-      stack.push_back({slots.data(), slots.data() + slots.size(), c, 0, WriteFrame::kCompiled});
-    }
+// Write children from `cur` until one is a container, which is left for the
+// caller to open; return where they stopped (`end` when all were written).
+inline JsonValue* const* WriteElements(JsonValue* const* cur, JsonValue* const* end,
+                                       BigEndianWriter* w) {
+  for (; cur != end; ++cur) {
+    if (!*cur)
+      w->Write8(0xC0);  // an empty element pointer
+    else if (!WriteScalar(*cur, w))
+      break;
   }
+  return cur;
 }
 
-// Writes `root` and everything below it. Scalar children are written as
-// their container's frame steps over them; a container child writes its
-// header and becomes the top frame until its own children are done.
+// The same for members; a member whose value is a container is left with
+// its key already written.
+inline const JsonObject::Member* WriteMembers(const JsonObject::Member* m,
+                                              const JsonObject::Member* end, BigEndianWriter* w) {
+  for (; m != end; ++m) {
+    PutString(w, m->key.Data(), m->key.Size());
+    if (!m->value)
+      w->Write8(0xC0);
+    else if (!WriteScalar(m->value, w))
+      break;
+  }
+  return m;
+}
+
+// Writes a container's header and its children up to the first container
+// among them, which it returns for opening next, with a frame pushed to go
+// on after it. Returns null when the container is complete: the many small
+// leaf containers of a document never touch the stack.
+inline const JsonValue* OpenContainer(const JsonValue* v, std::vector<WriteFrame>& stack,
+                                      BigEndianWriter* w) {
+  if (v->Type() == JsonValue::Array) {
+    const auto& values = static_cast<const JsonArray*>(v)->Values();
+    if (!WriteArrayHeader(values.size(), w)) return nullptr;
+    JsonValue* const* end = values.data() + values.size();
+    JsonValue* const* cur = WriteElements(values.data(), end, w);
+    if (cur == end) return nullptr;
+    stack.push_back({cur + 1, end, nullptr, 0, WriteFrame::kArray});
+    return *cur;
+  }
+  if (v->Type() == JsonValue::Object) {
+    const auto& members = static_cast<const JsonObject*>(v)->Members();
+    if (!WriteMapHeader(members.size(), w)) return nullptr;
+    const JsonObject::Member* end = members.data() + members.size();
+    const JsonObject::Member* m = WriteMembers(members.data(), end, w);
+    if (m == end) return nullptr;
+    stack.push_back({m + 1, end, nullptr, 0, WriteFrame::kObject});
+    return m->value;
+  }
+  auto* c = static_cast<const JsonCompiledObject*>(v);
+  if (!c->Context()) {
+    w->Write8(0x80);
+  } else if (WriteMapHeader(c->Size(), w)) {
+    const auto& slots = c->Slots();
+    stack.push_back({slots.data(), slots.data() + slots.size(), c, 0, WriteFrame::kCompiled});
+  }
+  return nullptr;
+}
+
+// Writes `root` and everything below it. A frame's position is the next
+// child not yet written; a container child found there is opened, and the
+// frame goes on after it once it is complete.
 void WriteTree(const JsonValue* root, BigEndianWriter* w) {
   if (WriteScalar(root, w)) return;
   std::vector<WriteFrame> stack;
-  OpenContainer(root, stack, w);
-  while (!stack.empty()) {
+  stack.reserve(16);
+  const JsonValue* next = root;  // a container to open
+  for (;;) {
+    while (next) next = OpenContainer(next, stack, w);
+    if (stack.empty()) return;
     WriteFrame& f = stack.back();
-    const JsonValue* next = nullptr;  // a container child to open
     switch (f.kind) {
       case WriteFrame::kArray: {
-        auto* cur = static_cast<JsonValue* const*>(f.cur);
         auto* end = static_cast<JsonValue* const*>(f.end);
-        while (cur != end) {
-          const JsonValue* e = *cur++;
-          if (!e)
-            w->Write8(0xC0);  // an empty element pointer
-          else if (!WriteScalar(e, w)) {
-            next = e;
-            break;
-          }
+        auto* cur = WriteElements(static_cast<JsonValue* const*>(f.cur), end, w);
+        if (cur != end) {
+          next = *cur;
+          f.cur = cur + 1;
         }
-        f.cur = cur;
         break;
       }
       case WriteFrame::kObject: {
-        auto* m = static_cast<const JsonObject::Member*>(f.cur);
         auto* end = static_cast<const JsonObject::Member*>(f.end);
-        while (m != end) {
-          const JsonValue* e = m->value;
-          PutString(w, m->key.Data(), m->key.Size());
-          ++m;
-          if (!e)
-            w->Write8(0xC0);
-          else if (!WriteScalar(e, w)) {
-            next = e;
-            break;
-          }
+        auto* m = WriteMembers(static_cast<const JsonObject::Member*>(f.cur), end, w);
+        if (m != end) {
+          next = m->value;
+          f.cur = m + 1;
         }
-        f.cur = m;
         break;
       }
       case WriteFrame::kCompiled: {
@@ -351,10 +374,7 @@ void WriteTree(const JsonValue* root, BigEndianWriter* w) {
         break;
       }
     }
-    if (next)
-      OpenContainer(next, stack, w);
-    else
-      stack.pop_back();
+    if (!next) stack.pop_back();
   }
 }
 
