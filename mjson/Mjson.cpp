@@ -329,6 +329,38 @@ void JsonPoolFree(void* p, size_t size) noexcept {
 
 void* JsonValue::operator new(size_t size) { return JsonPoolAllocate(size); }
 
+// Scalars are deleted through their own (final) class: no virtual call, and
+// the node goes straight back to the pool.
+void JsonValue::ReleaseChild(const JsonValue* v) noexcept {
+  if (v->UseCount() == 1) {
+    switch (v->fType) {
+      case String:
+        delete static_cast<const JsonString*>(v);
+        return;
+      case Integer:
+        delete static_cast<const JsonInteger*>(v);
+        return;
+      case Real:
+        delete static_cast<const JsonReal*>(v);
+        return;
+      case True:
+        delete static_cast<const JsonTrue*>(v);
+        return;
+      case False:
+        delete static_cast<const JsonFalse*>(v);
+        return;
+      case Null:
+        delete static_cast<const JsonNull*>(v);
+        return;
+      default:
+        break;
+    }
+  }
+  v->Release();
+}
+
+
+
 void JsonValue::operator delete(void* p, size_t size) noexcept { JsonPoolFree(p, size); }
 
 // ---------------------------------------------------------------------------
@@ -431,10 +463,6 @@ struct RealText {
   std::string text;
 };
 
-// Digit counts above this are clamped: no double has more significant
-// decimal digits than that, so formatting with more changes nothing.
-constexpr int kMaxDigits = (1 << 22) - 1;
-
 RealText* TextOf(uint64_t bits) {
   RealText* text;
   memcpy(&text, &bits, sizeof text);
@@ -442,12 +470,6 @@ RealText* TextOf(uint64_t bits) {
 }
 
 }  // namespace
-
-void JsonReal::SetValue(double v, int digits) const {
-  memcpy(&fBits, &v, sizeof v);
-  uint32_t clamped = static_cast<uint32_t>(digits < 0 ? 0 : std::min(digits, kMaxDigits));
-  SetForm(kSettled | (clamped << 2));
-}
 
 int JsonReal::Digits() const {
   uint32_t form = Form();
@@ -1229,7 +1251,10 @@ JsonArray::~JsonArray() {
 void JsonArray::Append(JsonValue* value) { fValues.push_back(value); }
 
 void JsonArray::AdoptValues(JsonValue* const* first, size_t count) {
-  fValues.insert(fValues.end(), first, first + count);
+  if (fValues.empty())
+    fValues.assign(first, first + count);  // exact storage, no growth path
+  else
+    fValues.insert(fValues.end(), first, first + count);
 }
 
 void JsonArray::AddValue(const JsonAutoRefPtr<JsonValue>& value) {

@@ -147,14 +147,7 @@ class JsonValue : public JsonUseCounted {
   // Drops a container's reference to one of its children. A scalar owned
   // by the container alone is deleted on the spot: it has no children of
   // its own, so it needs no place in the queue that keeps freeing iterative.
-  static void ReleaseChild(const JsonValue* v) noexcept {
-    constexpr unsigned kScalars = 1u << String | 1u << Integer | 1u << Real | 1u << True |
-                                  1u << False | 1u << Null;
-    if ((kScalars >> v->fType & 1u) && v->UseCount() == 1)
-      delete v;
-    else
-      v->Release();
-  }
+  static void ReleaseChild(const JsonValue* v) noexcept;
   JsonValue& operator=(const JsonValue&) = default;
   ~JsonValue() override = default;
 
@@ -423,7 +416,15 @@ class JsonReal final : public JsonValue {
     fAux16 = static_cast<uint16_t>(form >> 8);
   }
   uint32_t State() const { return Form() & kStateMask; }
-  void SetValue(double v, int digits) const;
+  // Digit counts above this are clamped: no double has more significant
+  // decimal digits than that, so formatting with more changes nothing.
+  static constexpr int kMaxDigits = (1 << 22) - 1;
+  // Inline: the MessagePack reader makes a settled real per number.
+  void SetValue(double v, int digits) const {
+    __builtin_memcpy(&fBits, &v, sizeof v);
+    uint32_t clamped = static_cast<uint32_t>(digits < 0 ? 0 : digits > kMaxDigits ? kMaxDigits : digits);
+    SetForm(kSettled | (clamped << 2));
+  }
   void Settle() const;
   // Appends the pending source text.
   void AppendText(std::string& out) const;

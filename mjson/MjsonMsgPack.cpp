@@ -607,10 +607,41 @@ class MsgPackReader {
   std::string fKey;
 };
 
+// True for the type bytes of arrays and maps.
+inline bool IsContainerCode(unsigned char code) {
+  return (code >= 0x80 && code <= 0x9F) || (code >= 0xDC && code <= 0xDF);
+}
+
 JsonValue* MsgPackReader::OpenArray(size_t count, const JsonCompiledObjectContext* table,
                                     bool* opened) {
   if (count == 0) return new JsonArray();
-  Push({table, nullptr, nullptr, fValues.size(), count, kArray, false, 0});
+  // Short arrays are mostly all scalars (points, pairs, small lists): read
+  // them straight into their storage. A frame opens only at the first
+  // container element, taking over the elements read so far.
+  constexpr size_t kLeafRun = 16;
+  size_t base = fValues.size();
+  if (count <= kLeafRun) {
+    JsonValue* run[kLeafRun];
+    size_t k = 0;
+    for (; k < count; ++k) {
+      if (fCur < fEnd && IsContainerCode(Byte(fCur))) break;
+      bool scalarOnly = false;
+      JsonValue* v = Begin(nullptr, &scalarOnly);
+      if (!v) {
+        for (size_t i = 0; i < k; ++i) run[i]->Release();
+        return nullptr;
+      }
+      run[k] = v;
+    }
+    if (k == count) {
+      auto* array = new JsonArray();
+      array->AdoptValues(run, count);
+      return array;
+    }
+    fValues.insert(fValues.end(), run, run + k);
+    count -= k;
+  }
+  Push({table, nullptr, nullptr, base, count, kArray, false, 0});
   *opened = true;
   return nullptr;
 }
