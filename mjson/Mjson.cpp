@@ -195,16 +195,14 @@ struct ThreadCache {
   ClassCache classes[kClasses];
   char* cut;  // the slab this thread cuts from
   char* cutEnd;
-  bool live;
-  bool dead;
+  enum State : uint8_t { kUnused, kLive, kFlushed } state;
 };
 
 constinit thread_local ThreadCache tCache{};
 
 void FlushThreadCache() {
   ThreadCache& t = tCache;
-  t.live = false;
-  t.dead = true;
+  t.state = ThreadCache::kFlushed;
   for (size_t cls = 0; cls < kClasses; ++cls) {
     ClassCache& c = t.classes[cls];
     if (c.head) Shared().Put(cls, Batch{c.head, BatchNodes(cls) - c.room});
@@ -220,12 +218,11 @@ struct ThreadCacheFlusher {
 // True when the cache can be used; brings it to life on first use.
 bool CacheReady() {
   ThreadCache& t = tCache;
-  if (t.live) return true;
-  if (t.dead) return false;
+  if (t.state != ThreadCache::kUnused) return t.state == ThreadCache::kLive;
   static thread_local ThreadCacheFlusher flusher;  // registers the flush
   (void)flusher;
   for (size_t cls = 0; cls < kClasses; ++cls) t.classes[cls].room = BatchNodes(cls);
-  t.live = true;
+  t.state = ThreadCache::kLive;
   return true;
 }
 
@@ -329,6 +326,8 @@ void JsonPoolFree(void* p, size_t size) noexcept {
 
 void* JsonValue::operator new(size_t size) { return JsonPoolAllocate(size); }
 
+void JsonValue::operator delete(void* p, size_t size) noexcept { JsonPoolFree(p, size); }
+
 // Scalars are deleted through their own (final) class: no virtual call, and
 // the node goes straight back to the pool.
 void JsonValue::ReleaseChild(const JsonValue* v) noexcept {
@@ -358,10 +357,6 @@ void JsonValue::ReleaseChild(const JsonValue* v) noexcept {
   }
   v->Release();
 }
-
-
-
-void JsonValue::operator delete(void* p, size_t size) noexcept { JsonPoolFree(p, size); }
 
 // ---------------------------------------------------------------------------
 // JsonValue basics

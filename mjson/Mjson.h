@@ -186,6 +186,26 @@ struct JsonPoolAllocator {
 
 using JsonValueList = std::vector<JsonValue*, JsonPoolAllocator<JsonValue*>>;
 
+// Copies up to 31 bytes with a few fixed-size moves instead of a call:
+// keys and most strings are that short. Moves overlap but never leave
+// [0, n) on either side.
+inline void CopyShortBytes(char* dst, const char* src, size_t n) {
+  if (n >= 16) {
+    __builtin_memcpy(dst, src, 16);
+    __builtin_memcpy(dst + n - 16, src + n - 16, 16);
+  } else if (n >= 8) {
+    __builtin_memcpy(dst, src, 8);
+    __builtin_memcpy(dst + n - 8, src + n - 8, 8);
+  } else if (n >= 4) {
+    __builtin_memcpy(dst, src, 4);
+    __builtin_memcpy(dst + n - 4, src + n - 4, 4);
+  } else if (n) {
+    dst[0] = src[0];
+    dst[n / 2] = src[n / 2];
+    dst[n - 1] = src[n - 1];
+  }
+}
+
 // An owned byte string in two words, for member keys and string values.
 // Up to 12 bytes sit inline; longer ones live in a pooled block. Most keys
 // and many values of real documents are short, and a document holds a great
@@ -269,20 +289,7 @@ class alignas(8) CompactString {
     }
     uint32_t n32 = static_cast<uint32_t>(n);
     __builtin_memcpy(fBytes, &n32, 4);
-    // Fixed-size pieces, overlapping where needed, rather than a call to
-    // copy a handful of bytes.
-    char* d = fBytes + 4;
-    if (n >= 8) {
-      __builtin_memcpy(d, p, 8);
-      __builtin_memcpy(d + n - 4, p + n - 4, 4);
-    } else if (n >= 4) {
-      __builtin_memcpy(d, p, 4);
-      __builtin_memcpy(d + n - 4, p + n - 4, 4);
-    } else if (n > 0) {
-      d[0] = p[0];
-      d[n / 2] = p[n / 2];
-      d[n - 1] = p[n - 1];
-    }
+    CopyShortBytes(fBytes + 4, p, n);
   }
   void InitHeap(const char* p, size_t n);
   void Free() {

@@ -57,26 +57,6 @@ void BigEndianWriter::GrowBuffer(size_t needed) {
 
 namespace {
 
-// Copies up to 31 bytes with a few fixed-size moves instead of a call:
-// keys and most strings are that short. Moves overlap but never leave
-// [0, n) on either side.
-inline void CopyShort(char* dst, const char* src, size_t n) {
-  if (n >= 16) {
-    memcpy(dst, src, 16);
-    memcpy(dst + n - 16, src + n - 16, 16);
-  } else if (n >= 8) {
-    memcpy(dst, src, 8);
-    memcpy(dst + n - 8, src + n - 8, 8);
-  } else if (n >= 4) {
-    memcpy(dst, src, 4);
-    memcpy(dst + n - 4, src + n - 4, 4);
-  } else if (n) {
-    dst[0] = src[0];
-    dst[n / 2] = src[n / 2];
-    dst[n - 1] = src[n - 1];
-  }
-}
-
 // A string header chosen by length, then the bytes. Header and bytes take
 // one reservation, so a string costs one bounds check whatever its form.
 inline void PutString(BigEndianWriter* w, const char* s, size_t n) {
@@ -84,7 +64,7 @@ inline void PutString(BigEndianWriter* w, const char* s, size_t n) {
   if (n < 32) {
     p = w->Add<char>(1 + n);
     *p = static_cast<char>(0xA0 | n);
-    CopyShort(p + 1, s, n);
+    CopyShortBytes(p + 1, s, n);
     return;
   }
   if (n <= 0xFF) {

@@ -1167,35 +1167,13 @@ inline void AppendKey(std::string& out, std::string_view key, const char* after,
   out.append(after, n);
 }
 
-void WriteScalar(const JsonValue* v, std::string& out) {
-  switch (v->Type()) {
-    case JsonValue::String:
-      out.push_back('"');
-      AppendQuotedString(std::string_view(static_cast<const JsonString*>(v)->Value()), out);
-      out.push_back('"');
-      break;
-    default:
-      v->AppendToString(out);
-      break;
-  }
-}
-
-inline bool IsContainerType(JsonValue::EJsonValueType t) {
-  return t == JsonValue::Object || t == JsonValue::Array || t == JsonValue::CompiledObject;
-}
-
-// The compact form, on its own loop: the common case, and the one where the
-// indented form's bookkeeping shows most. Children are written in runs up
-// to the next container child; a frame opens only for a container that
-// holds containers, so small leaf containers never touch the stack. Empty
-// element and member slots are stepped over, as in the indented form.
-
-// A scalar as text; false, writing nothing, for a container.
-inline bool WriteCompactScalar(const JsonValue* v, std::string& out) {
+// A scalar as text; false, writing nothing, for a container. Both layouts
+// write scalars alike.
+inline bool WriteScalar(const JsonValue* v, std::string& out) {
   switch (v->Type()) {
     case JsonValue::String: {
       out.push_back('"');
-      AppendQuotedString(std::string_view(static_cast<const JsonString*>(v)->Value()), out);
+      AppendQuotedString(static_cast<const JsonString*>(v)->Value(), out);
       out.push_back('"');
       return true;
     }
@@ -1217,6 +1195,12 @@ inline bool WriteCompactScalar(const JsonValue* v, std::string& out) {
   }
 }
 
+// The compact form, on its own loop: the common case, and the one where the
+// indented form's bookkeeping shows most. Children are written in runs up
+// to the next container child; a frame opens only for a container that
+// holds containers, so small leaf containers never touch the stack. Empty
+// element and member slots are stepped over, as in the indented form.
+
 struct CompactFrame {
   const void* cur;  // the next child not yet written
   const void* end;
@@ -1232,7 +1216,7 @@ inline JsonValue* const* WriteCompactElements(JsonValue* const* cur, JsonValue* 
     if (!*cur) continue;
     if (wroteAny) out.push_back(',');
     wroteAny = true;
-    if (!WriteCompactScalar(*cur, out)) break;
+    if (!WriteScalar(*cur, out)) break;
   }
   return cur;
 }
@@ -1247,7 +1231,7 @@ inline const JsonObject::Member* WriteCompactMembers(const JsonObject::Member* m
     if (wroteAny) out.push_back(',');
     wroteAny = true;
     AppendKey(out, m->key, "\":", 2);
-    if (!WriteCompactScalar(m->value, out)) break;
+    if (!WriteScalar(m->value, out)) break;
   }
   return m;
 }
@@ -1394,10 +1378,7 @@ void WriteTree(const JsonValue* root, std::string& out, const Layout& layout, in
     int childDepth = f.depth + 1;
     if (pretty) PrettyPrintStartNewLine(out, *layout.indentUnit, *layout.newline, childDepth);
     if (hasKey) AppendKey(out, key, keyEnd, keyEndLength);
-    if (IsContainerType(child->Type()))
-      open(child, childDepth);  // invalidates `f`
-    else
-      WriteScalar(child, out);
+    if (!WriteScalar(child, out)) open(child, childDepth);  // invalidates `f`
   }
 }
 
