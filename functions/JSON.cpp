@@ -94,8 +94,9 @@ JSONObjRef CopyOf(const JSONObjRef& json) {
 }
 
 // The host's number as a signed 64-bit integer, truncated toward zero.
-// NaN and values outside the range give the smallest integer, which is what
-// the hardware conversion gives, instead of undefined behaviour.
+// NaN, both infinities and values outside the range give the smallest
+// integer, which is what the hardware conversion gives, instead of
+// undefined behaviour.
 long long NumberToInt64(double value) {
   if (!(value >= -9223372036854775808.0 && value < 9223372036854775808.0)) return INT64_MIN;
   return static_cast<long long>(value);

@@ -12,8 +12,6 @@
 #include <cstdint>
 #include <utility>
 
-
-
 class JsonUseCounted {
  public:
   JsonUseCounted() noexcept : fUseCount(1) {}
@@ -48,6 +46,11 @@ class JsonUseCounted {
 
  protected:
   virtual ~JsonUseCounted() = default;
+
+  // True when the caller holds the only reference. The acquire pairs with
+  // the release of the other owners' Release, so whatever they did with the
+  // object happened before the caller goes on to delete it.
+  bool SoleOwner() const noexcept { return fUseCount.load(std::memory_order_acquire) == 1; }
 
  private:
   // Deletes this object. Children released while a tree is being torn down

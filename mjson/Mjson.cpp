@@ -1,6 +1,7 @@
 // Values, containers, compiled objects, conversions, deep copy, equality and
 // the release machinery of the JSON value library.
 #include "Mjson.h"
+#include "MjsonInternal.h"
 
 #include <errno.h>
 #include <stdio.h>
@@ -13,6 +14,7 @@
 #include <cmath>
 #include <mutex>
 #include <new>
+#include <random>
 
 // ---------------------------------------------------------------------------
 // Reference counting
@@ -331,7 +333,7 @@ void JsonValue::operator delete(void* p, size_t size) noexcept { JsonPoolFree(p,
 // Scalars are deleted through their own (final) class: no virtual call, and
 // the node goes straight back to the pool.
 void JsonValue::ReleaseChild(const JsonValue* v) noexcept {
-  if (v->UseCount() == 1) {
+  if (v->SoleOwner()) {
     switch (v->fType) {
       case String:
         delete static_cast<const JsonString*>(v);
@@ -452,10 +454,16 @@ constexpr int kExpDigitShift = 18;  // 4 bits
 
 namespace {
 
-// The pending text of a real too long to shape, with its digit count.
+// The pending text of a real too long to shape, with its digit count. It is
+// never freed before the real itself: a reader on another thread may be
+// copying the text while the value is being settled, so the settled value
+// is kept here beside it, published by `settled`.
 struct RealText {
+  RealText(int d, std::string t) : digits(d), text(std::move(t)) {}
   int digits;
   std::string text;
+  std::atomic<uint64_t> value{0};
+  std::atomic<bool> settled{false};
 };
 
 RealText* TextOf(uint64_t bits) {
@@ -464,24 +472,70 @@ RealText* TextOf(uint64_t bits) {
   return text;
 }
 
+uint64_t BitsOf(const void* p) {
+  uint64_t bits = 0;
+  memcpy(&bits, &p, sizeof p);
+  return bits;
+}
+
+uint64_t DoubleBits(double v) {
+  uint64_t bits;
+  memcpy(&bits, &v, sizeof bits);
+  return bits;
+}
+
+void Pause() {
+#if defined(__x86_64__) || defined(__i386__)
+  __builtin_ia32_pause();
+#endif
+}
+
 }  // namespace
 
-int JsonReal::Digits() const {
-  uint32_t form = Form();
-  switch (form & kStateMask) {
-    case kShaped:
-      return static_cast<int>(((form >> kIntShift) & 31) + ((form >> kFracShift) & 31));
-    case kText:
-      return TextOf(fBits)->digits;
-    default:
-      return static_cast<int>(form >> 2);
+// A settled real never changes again, and a text real only changes inside
+// its RealText, so those two states are final for the header. A shaped real
+// is settled by one thread at most: it claims the real by moving the state
+// byte to busy, stores the double and the digit count, and releases the new
+// state. Its stores are releases and the loads here acquires, so a reader
+// that saw any of the new bytes also sees the state change when it checks
+// the state byte again, and tries anew.
+JsonReal::Form JsonReal::Load() const {
+  for (;;) {
+    uint8_t state = StateByte().load(std::memory_order_acquire);
+    if ((state & kStateMask) == kBusy) {
+      Pause();
+      continue;
+    }
+    uint16_t high = FormHigh().load(std::memory_order_acquire);
+    uint64_t bits = Bits().load(std::memory_order_acquire);
+    Form form{state | static_cast<uint32_t>(high) << 8, bits};
+    if (form.State() != kShaped || StateByte().load(std::memory_order_acquire) == state)
+      return form;
   }
 }
 
+int JsonReal::DigitsOf(const Form& form) {
+  switch (form.State()) {
+    case kShaped:
+      return static_cast<int>(((form.word >> kIntShift) & 31) + ((form.word >> kFracShift) & 31));
+    case kText:
+      return TextOf(form.bits)->digits;
+    default:
+      return static_cast<int>(form.word >> 2);
+  }
+}
+
+int JsonReal::Digits() const { return DigitsOf(Load()); }
+
+bool JsonReal::HasPendingText() const {
+  Form form = Load();
+  if (form.State() == kText) return !TextOf(form.bits)->settled.load(std::memory_order_acquire);
+  return form.State() != kSettled;
+}
+
 JsonReal::JsonReal(std::string&& text, int digits) : JsonValue(Real), fBits(0) {
-  auto* heap = new RealText{digits, std::move(text)};
-  memcpy(&fBits, &heap, sizeof heap);
-  SetForm(kText);
+  fBits = BitsOf(new RealText(digits, std::move(text)));
+  SetFormUnshared(kText);
 }
 
 JsonReal::JsonReal(uint64_t digitsValue, const Shape& shape, int)
@@ -496,34 +550,46 @@ JsonReal::JsonReal(uint64_t digitsValue, const Shape& shape, int)
   uint32_t sign = shape.exponentSign == '+' ? 1 : shape.exponentSign == '-' ? 2 : 0;
   form |= sign << kExpSignShift;
   form |= static_cast<uint32_t>(shape.exponentDigit) << kExpDigitShift;
-  SetForm(form);
+  SetFormUnshared(form);
 }
 
-JsonReal::JsonReal(const JsonReal& other) : JsonValue(other), fBits(other.fBits) {
-  if (State() == kText) {
-    auto* copy = new RealText(*TextOf(other.fBits));
-    memcpy(&fBits, &copy, sizeof copy);
+// The copy starts in the state the source is in now: pending text stays
+// pending, a settled value stays settled.
+JsonReal::JsonReal(const JsonReal& other) : JsonValue(Real), fBits(0) {
+  Form form = other.Load();
+  if (form.State() == kText) {
+    RealText* text = TextOf(form.bits);
+    if (text->settled.load(std::memory_order_acquire)) {
+      SetValue(BitsAsDouble(text->value.load(std::memory_order_relaxed)), text->digits);
+    } else {
+      fBits = BitsOf(new RealText(text->digits, text->text));
+      SetFormUnshared(kText);
+    }
+    return;
   }
+  fBits = form.bits;
+  SetFormUnshared(form.word);
 }
 
 JsonReal::~JsonReal() {
-  if (State() == kText) delete TextOf(fBits);
+  Form form = Load();
+  if (form.State() == kText) delete TextOf(form.bits);
 }
 
-void JsonReal::AppendText(std::string& out) const {
-  if (State() == kText) {
-    out.append(TextOf(fBits)->text);
+void JsonReal::AppendText(const Form& form, std::string& out) {
+  if (form.State() == kText) {
+    out.append(TextOf(form.bits)->text);
     return;
   }
   char buf[48];
   char* p = buf;
-  uint32_t form = Form();
-  if (form & kNegative) *p++ = '-';
-  int intDigits = static_cast<int>((form >> kIntShift) & 31);
-  int fracDigits = static_cast<int>((form >> kFracShift) & 31);
+  uint32_t word = form.word;
+  if (word & kNegative) *p++ = '-';
+  int intDigits = static_cast<int>((word >> kIntShift) & 31);
+  int fracDigits = static_cast<int>((word >> kFracShift) & 31);
   int width = intDigits + fracDigits;
   char digits[20];
-  uint64_t v = fBits;
+  uint64_t v = form.bits;
   int i = width;
   while (i >= 2) {
     memcpy(digits + i - 2, kDigitPairs + (v % 100) * 2, 2);
@@ -533,26 +599,57 @@ void JsonReal::AppendText(std::string& out) const {
   if (i) digits[0] = static_cast<char>('0' + v);
   memcpy(p, digits, static_cast<size_t>(intDigits));
   p += intDigits;
-  if (form & kHasFraction) {
+  if (word & kHasFraction) {
     *p++ = '.';
     memcpy(p, digits + intDigits, static_cast<size_t>(fracDigits));
     p += fracDigits;
   }
-  if (form & kHasExponent) {
-    *p++ = (form & kUpperE) ? 'E' : 'e';
-    uint32_t sign = (form >> kExpSignShift) & 3;
+  if (word & kHasExponent) {
+    *p++ = (word & kUpperE) ? 'E' : 'e';
+    uint32_t sign = (word >> kExpSignShift) & 3;
     if (sign) *p++ = sign == 1 ? '+' : '-';
-    *p++ = static_cast<char>('0' + ((form >> kExpDigitShift) & 15));
+    *p++ = static_cast<char>('0' + ((word >> kExpDigitShift) & 15));
   }
   out.append(buf, static_cast<size_t>(p - buf));
 }
 
-void JsonReal::Settle() const {
-  int digits = Digits();
-  std::string text;
-  AppendText(text);
-  if (State() == kText) delete TextOf(fBits);
-  SetValue(StrToDouble(text.data(), text.size()), digits);
+// Settling is a one-way step that several threads may take at once. Each
+// computes the value from the text it sees; a text real publishes it in its
+// RealText, a shaped real in its header (one thread wins the claim, the
+// others wait the few stores it takes). The text itself is never freed here.
+double JsonReal::SettleAndGet() const {
+  for (;;) {
+    Form form = Load();
+    switch (form.State()) {
+      case kSettled:
+        return BitsAsDouble(form.bits);
+      case kText: {
+        RealText* text = TextOf(form.bits);
+        if (text->settled.load(std::memory_order_acquire))
+          return BitsAsDouble(text->value.load(std::memory_order_relaxed));
+        double v = StrToDouble(text->text.data(), text->text.size());
+        text->value.store(DoubleBits(v), std::memory_order_relaxed);
+        text->settled.store(true, std::memory_order_release);
+        return v;
+      }
+      default: {  // shaped
+        std::string source;
+        AppendText(form, source);
+        double v = StrToDouble(source.data(), source.size());
+        int digits = DigitsOf(form);
+        uint8_t expected = static_cast<uint8_t>(form.word);
+        if (!StateByte().compare_exchange_strong(
+                expected, static_cast<uint8_t>((form.word & ~kStateMask) | kBusy),
+                std::memory_order_acquire, std::memory_order_acquire))
+          continue;  // another thread settles it; read its result
+        uint32_t settled = kSettled | (static_cast<uint32_t>(std::min(digits, kMaxDigits)) << 2);
+        Bits().store(DoubleBits(v), std::memory_order_release);
+        FormHigh().store(static_cast<uint16_t>(settled >> 8), std::memory_order_release);
+        StateByte().store(static_cast<uint8_t>(settled), std::memory_order_release);
+        return v;
+      }
+    }
+  }
 }
 
 // ---------------------------------------------------------------------------
@@ -891,7 +988,17 @@ namespace {
 
 constexpr size_t kIndexThreshold = 8;
 
-inline uint64_t HashBytes(const char* p, size_t n) {
+// With the index at most half full, probe runs of ordinary keys stay short;
+// a run this long means the keys were chosen to collide.
+constexpr size_t kMaxProbeRun = 64;
+
+// Index header: the slot mask, then the hash in use; the slots follow.
+constexpr size_t kIndexHeader = 2;
+enum IndexHash : uint32_t { kFastHash = 0, kKeyedHash = 1 };
+
+}  // namespace
+
+uint64_t MjsonFastKeyHash(const char* p, size_t n) {
   // Multiply-mix over 8-byte words: fast for the short keys of real
   // documents, and good enough spread for an open-addressing table.
   uint64_t h = 0x9E3779B97F4A7C15ull ^ (n * 0xC2B2AE3D27D4EB4Full);
@@ -908,6 +1015,77 @@ inline uint64_t HashBytes(const char* p, size_t n) {
   h = (h ^ w) * 0xC4CEB9FE1A85EC53ull;
   h ^= h >> 29;
   return h;
+}
+
+namespace {
+
+// SipHash-1-3 with a key drawn once per process: what an object's index
+// falls back to when its keys collide under the fast hash. Without the key,
+// nobody can choose keys that collide under it.
+struct SipKey {
+  uint64_t k0, k1;
+};
+
+const SipKey& ProcessSipKey() {
+  static const SipKey key = [] {
+    std::random_device device;
+    auto word = [&] { return (static_cast<uint64_t>(device()) << 32) ^ device(); };
+    return SipKey{word(), word()};
+  }();
+  return key;
+}
+
+inline uint64_t Rotl(uint64_t x, int b) { return (x << b) | (x >> (64 - b)); }
+
+struct SipState {
+  uint64_t v0, v1, v2, v3;
+  void Round() {
+    v0 += v1;
+    v1 = Rotl(v1, 13);
+    v1 ^= v0;
+    v0 = Rotl(v0, 32);
+    v2 += v3;
+    v3 = Rotl(v3, 16);
+    v3 ^= v2;
+    v0 += v3;
+    v3 = Rotl(v3, 21);
+    v3 ^= v0;
+    v2 += v1;
+    v1 = Rotl(v1, 17);
+    v1 ^= v2;
+    v2 = Rotl(v2, 32);
+  }
+  void Absorb(uint64_t m) {
+    v3 ^= m;
+    Round();
+    v0 ^= m;
+  }
+};
+
+uint64_t KeyedHash(const char* p, size_t n) {
+  const SipKey& key = ProcessSipKey();
+  SipState s{key.k0 ^ 0x736f6d6570736575ull, key.k1 ^ 0x646f72616e646f6dull,
+             key.k0 ^ 0x6c7967656e657261ull, key.k1 ^ 0x7465646279746573ull};
+  const uint64_t length = n;
+  while (n >= 8) {
+    uint64_t m;
+    memcpy(&m, p, 8);
+    s.Absorb(m);
+    p += 8;
+    n -= 8;
+  }
+  uint64_t last = length << 56;
+  for (size_t i = 0; i < n; ++i) last |= static_cast<uint64_t>(static_cast<unsigned char>(p[i])) << (8 * i);
+  s.Absorb(last);
+  s.v2 ^= 0xff;
+  s.Round();
+  s.Round();
+  s.Round();
+  return s.v0 ^ s.v1 ^ s.v2 ^ s.v3;
+}
+
+inline uint64_t IndexHashOf(uint32_t which, const char* p, size_t n) {
+  return which == kFastHash ? MjsonFastKeyHash(p, n) : KeyedHash(p, n);
 }
 
 inline bool SameKey(const CompactString& a, std::string_view b) { return a == b; }
@@ -959,28 +1137,39 @@ size_t JsonObject::Find(std::string_view key) const {
     return kNotFound;
   }
   size_t mask = fIndex[0];
-  const uint32_t* slots = fIndex + 1;
-  for (size_t slot = HashBytes(key.data(), key.size()) & mask;; slot = (slot + 1) & mask) {
+  const uint32_t* slots = fIndex + kIndexHeader;
+  for (size_t slot = IndexHashOf(fIndex[1], key.data(), key.size()) & mask;;
+       slot = (slot + 1) & mask) {
     uint32_t e = slots[slot];
     if (e == 0) return kNotFound;
     if (SameKey(fMembers[e - 1].key, key)) return e - 1;
   }
 }
 
-void JsonObject::RebuildIndex() {
+void JsonObject::RebuildIndex() { RebuildIndex(fIndex ? fIndex[1] : kFastHash); }
+
+// Builds the index with the given hash. A fast index whose keys pile up in
+// one long probe run is built again with the keyed hash, which then stays.
+void JsonObject::RebuildIndex(uint32_t hash) {
   DropIndex();
   if (fMembers.size() <= kIndexThreshold) return;
   size_t capacity = 16;
   size_t wanted = std::max(fMembers.size(), fMembers.capacity());
   while (capacity < wanted * 2) capacity *= 2;
-  fIndex = new uint32_t[capacity + 1]();
+  fIndex = new uint32_t[capacity + kIndexHeader]();
   fIndex[0] = static_cast<uint32_t>(capacity - 1);
-  uint32_t* slots = fIndex + 1;
+  fIndex[1] = hash;
+  uint32_t* slots = fIndex + kIndexHeader;
   size_t mask = capacity - 1;
   for (size_t i = 0; i < fMembers.size(); ++i) {
     std::string_view k = fMembers[i].key;
-    size_t slot = HashBytes(k.data(), k.size()) & mask;
-    while (slots[slot]) slot = (slot + 1) & mask;
+    size_t slot = IndexHashOf(hash, k.data(), k.size()) & mask;
+    for (size_t run = 0; slots[slot]; slot = (slot + 1) & mask) {
+      if (++run == kMaxProbeRun && hash == kFastHash) {
+        RebuildIndex(kKeyedHash);
+        return;
+      }
+    }
     slots[slot] = static_cast<uint32_t>(i + 1);
   }
 }
@@ -996,14 +1185,15 @@ void JsonObject::Store(CompactString&& key, JsonValue* value) {
       }
     }
     fMembers.push_back({std::move(key), value});
-    if (fMembers.size() > kIndexThreshold) RebuildIndex();
+    if (fMembers.size() > kIndexThreshold) RebuildIndex(kFastHash);
     return;
   }
   // One probe finds either the key or the free slot it would take.
   size_t mask = fIndex[0];
-  uint32_t* slots = fIndex + 1;
-  size_t slot = HashBytes(key.Data(), key.Size()) & mask;
-  for (; slots[slot]; slot = (slot + 1) & mask) {
+  uint32_t* slots = fIndex + kIndexHeader;
+  size_t slot = IndexHashOf(fIndex[1], key.Data(), key.Size()) & mask;
+  size_t run = 0;
+  for (; slots[slot]; slot = (slot + 1) & mask, ++run) {
     Member& m = fMembers[slots[slot] - 1];
     if (m.key == key) {
       JsonValue* old = m.value;
@@ -1015,6 +1205,8 @@ void JsonObject::Store(CompactString&& key, JsonValue* value) {
   fMembers.push_back({std::move(key), value});
   if (fMembers.size() * 2 > mask + 1)
     RebuildIndex();
+  else if (run >= kMaxProbeRun && fIndex[1] == kFastHash)
+    RebuildIndex(kKeyedHash);
   else
     slots[slot] = static_cast<uint32_t>(fMembers.size());
 }

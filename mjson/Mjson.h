@@ -12,6 +12,7 @@
 #pragma once
 
 #include <cstddef>
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <string>
@@ -390,16 +391,19 @@ class JsonReal final : public JsonValue {
   JsonReal(std::string&& text, int digits);
   JsonReal(uint64_t digitsValue, const Shape& shape, int digits);
   JsonReal(const JsonReal& other);
+  JsonReal& operator=(const JsonReal&) = delete;
   ~JsonReal() override;
 
+  // The first read converts pending text; every reader on every thread sees
+  // the text until then and the value afterwards (see Settle).
   double Get() const {
-    if (State() != kSettled) Settle();
-    double v;
-    __builtin_memcpy(&v, &fBits, sizeof v);
-    return v;
+    uint8_t state = StateByte().load(std::memory_order_acquire);
+    if ((state & kStateMask) != kSettled) [[unlikely]]
+      return SettleAndGet();
+    return BitsAsDouble(Bits().load(std::memory_order_relaxed));
   }
   void Get(double& out) const { out = Get(); }
-  bool HasPendingText() const { return State() != kSettled; }
+  bool HasPendingText() const;
   int Digits() const;
   bool IsEqual(const JsonReal& other) const { return Get() == other.Get(); }
 
@@ -413,28 +417,50 @@ class JsonReal final : public JsonValue {
   void AppendToMsgPack(BigEndianWriter* writer) const override;
 
  private:
-  enum : uint32_t { kSettled = 0, kShaped = 1, kText = 2, kStateMask = 3 };
+  // A real is settled (its value is a double), shaped (a short source text
+  // kept as digits plus a shape) or text (a longer source text on the heap).
+  // Busy marks the few stores that turn a shaped real into a settled one.
+  enum : uint32_t { kSettled = 0, kShaped = 1, kText = 2, kBusy = 3, kStateMask = 3 };
   // The form word lives in the header's spare 24 bits: the state in the low
   // two, above them the digit count of a settled number or the shape of a
   // shaped one.
-  uint32_t Form() const { return fAux8 | (static_cast<uint32_t>(fAux16) << 8); }
-  void SetForm(uint32_t form) const {
-    fAux8 = static_cast<uint8_t>(form);
-    fAux16 = static_cast<uint16_t>(form >> 8);
-  }
-  uint32_t State() const { return Form() & kStateMask; }
+  struct Form {
+    uint32_t word;  // state and shape or digit count
+    uint64_t bits;  // the double, the shaped digits or the text's address
+    uint32_t State() const { return word & kStateMask; }
+  };
   // Digit counts above this are clamped: no double has more significant
   // decimal digits than that, so formatting with more changes nothing.
   static constexpr int kMaxDigits = (1 << 22) - 1;
-  // Inline: the MessagePack reader makes a settled real per number.
-  void SetValue(double v, int digits) const {
-    __builtin_memcpy(&fBits, &v, sizeof v);
-    uint32_t clamped = static_cast<uint32_t>(digits < 0 ? 0 : digits > kMaxDigits ? kMaxDigits : digits);
-    SetForm(kSettled | (clamped << 2));
+
+  // Several threads may read one real at once, and reading settles it. The
+  // header bytes and the bits are therefore only touched atomically; on the
+  // usual processors these are plain loads and stores.
+  std::atomic_ref<uint8_t> StateByte() const { return std::atomic_ref<uint8_t>(fAux8); }
+  std::atomic_ref<uint16_t> FormHigh() const { return std::atomic_ref<uint16_t>(fAux16); }
+  std::atomic_ref<uint64_t> Bits() const { return std::atomic_ref<uint64_t>(fBits); }
+  static double BitsAsDouble(uint64_t bits) {
+    double v;
+    __builtin_memcpy(&v, &bits, sizeof v);
+    return v;
   }
-  void Settle() const;
-  // Appends the pending source text.
-  void AppendText(std::string& out) const;
+  // A consistent view of form and bits, waiting out a settle in progress.
+  Form Load() const;
+  // Only for a real nobody else can see yet (construction).
+  void SetValue(double v, int digits) {
+    __builtin_memcpy(&fBits, &v, sizeof v);
+    uint32_t clamped =
+        static_cast<uint32_t>(digits < 0 ? 0 : digits > kMaxDigits ? kMaxDigits : digits);
+    SetFormUnshared(kSettled | (clamped << 2));
+  }
+  void SetFormUnshared(uint32_t form) {
+    fAux8 = static_cast<uint8_t>(form);
+    fAux16 = static_cast<uint16_t>(form >> 8);
+  }
+  [[gnu::noinline]] double SettleAndGet() const;
+  static int DigitsOf(const Form& form);
+  // Appends the pending source text of `form`.
+  static void AppendText(const Form& form, std::string& out);
 
   // The double's bits once settled; before that the shaped number's digits,
   // or the address of its heap text.
@@ -586,13 +612,14 @@ class JsonObject final : public JsonValue {
   void Store(CompactString&& key, JsonValue* value);  // adopts value, never null
   void EraseAt(size_t pos);
   void RebuildIndex();
+  void RebuildIndex(uint32_t hash);
   void DropIndex();
   void ClearMembers();
 
   MemberList fMembers;
   // Open-addressing index over fMembers, built only once an object grows
-  // past a handful of members: fIndex[0] is the slot mask, the slots follow
-  // and hold a position + 1, 0 when free.
+  // past a handful of members: fIndex[0] is the slot mask, fIndex[1] the
+  // hash in use, and the slots follow, holding a position + 1, 0 when free.
   uint32_t* fIndex = nullptr;
 };
 

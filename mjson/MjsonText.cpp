@@ -1133,11 +1133,19 @@ void JsonInteger::AppendToString(std::string& out) const {
 }
 
 void JsonReal::AppendToString(std::string& out) const {
-  if (State() != kSettled) {
-    AppendText(out);
-    return;
+  Form form = Load();
+  switch (form.State()) {
+    case kSettled:
+      AppendReal(out, BitsAsDouble(form.bits), DigitsOf(form));
+      return;
+    case kText:
+      if (HasPendingText()) break;
+      AppendReal(out, Get(), DigitsOf(form));
+      return;
+    default:
+      break;
   }
-  AppendReal(out, Get(), Digits());
+  AppendText(form, out);
 }
 
 void JsonTrue::AppendToString(std::string& out) const { out.append("true", 4); }

@@ -50,11 +50,15 @@ inline void ReplaceAllStringsInPlace(std::string& text, const std::string& from,
 // A host number as an unsigned 64-bit integer, truncated toward zero.
 // Numbers from 2^63 up convert exactly and negative ones wrap as two's
 // complement (-1 gives 2^64 - 1), without any range check. Beyond 2^64 the
-// value is taken modulo 2^64 so that the conversion stays defined.
+// value is taken modulo 2^64 so that the conversion stays defined. The
+// numbers that have no integer part get fixed results: NaN gives 0, and
+// both infinities give 2^63, the bit pattern of the processor's "integer
+// indefinite" that NumberToInt64 also gives for them.
 inline unsigned long long NumberToUInt64(double value) {
   constexpr double kTwo63 = 9223372036854775808.0;
   constexpr double kTwo64 = 18446744073709551616.0;
   if (std::isnan(value)) return 0;
+  if (std::isinf(value)) return 1ULL << 63;
   if (value >= kTwo64 || value <= -kTwo64) value = std::fmod(value, kTwo64);
   if (value >= kTwo63) return static_cast<unsigned long long>(value - kTwo63) + (1ULL << 63);
   if (value > -kTwo63) return static_cast<unsigned long long>(static_cast<long long>(value));

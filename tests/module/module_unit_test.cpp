@@ -281,3 +281,13 @@ TEST(DeepDocuments, MillionLevelsOnASmallStack) {
 }
 
 }  // namespace
+
+// Numbers without an integer part: each gets one fixed result, the same on
+// every processor (a plain cast of them is undefined).
+TEST(NumberToUInt64, NonFiniteNumbers) {
+  EXPECT_EQ(Zentor::NumberToUInt64(NAN), 0u);
+  EXPECT_EQ(Zentor::NumberToUInt64(-NAN), 0u);
+  EXPECT_EQ(Zentor::NumberToUInt64(INFINITY), 1ULL << 63);
+  EXPECT_EQ(Zentor::NumberToUInt64(-INFINITY), 1ULL << 63);
+  EXPECT_EQ(Zentor::NumberToUInt64(1e300), 0u);  // a multiple of 2^64
+}

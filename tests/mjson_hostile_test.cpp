@@ -1,0 +1,98 @@
+// Input chosen to hurt: object keys built to collide in the member index.
+// Such a document must parse in about the time of an ordinary one, and keep
+// every behaviour (order, lookups, output) of an ordinary one.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "Mjson.h"
+#include "MjsonInternal.h"
+
+namespace {
+
+constexpr size_t kKeys = 20000;
+
+// Random eight-letter keys; with `colliding`, only keys whose fast
+// hash has its low 16 bits below 32, so that in every index of up to 65,536
+// slots they all start their probes within the first 32 slots and form one
+// run: each insert would walk the whole run.
+std::vector<std::string> MakeKeys(bool colliding) {
+  std::mt19937_64 random(7);
+  std::vector<std::string> keys;
+  std::string key(8, ' ');
+  while (keys.size() < kKeys) {
+    uint64_t bits = random();
+    for (char& c : key) {
+      c = static_cast<char>('a' + (bits & 15));
+      bits >>= 8;
+    }
+    if (!colliding || (MjsonFastKeyHash(key.data(), key.size()) & 0xFFFF) < 32) keys.push_back(key);
+  }
+  std::sort(keys.begin(), keys.end());
+  keys.erase(std::unique(keys.begin(), keys.end()), keys.end());
+  return keys;
+}
+
+std::string ObjectText(const std::vector<std::string>& keys) {
+  std::string text = "{";
+  for (size_t i = 0; i < keys.size(); ++i) {
+    if (i) text += ',';
+    text += '"';
+    text += keys[i];
+    text += "\":";
+    text += std::to_string(i);
+  }
+  text += '}';
+  return text;
+}
+
+// The best of a few parses, in seconds.
+double ParseSeconds(const std::string& text) {
+  double best = 1e9;
+  for (int i = 0; i < 3; ++i) {
+    ParserContext ctx;
+    auto start = std::chrono::steady_clock::now();
+    JsonAutoRefPtr<JsonValue> v = JsonValue::ReadFromString(text, &ctx, nullptr);
+    best = std::min(best, std::chrono::duration<double>(std::chrono::steady_clock::now() - start)
+                              .count());
+    EXPECT_TRUE(v) << ctx.fError;
+  }
+  return best;
+}
+
+TEST(HostileInput, CollidingKeysParseLikeOrdinaryOnes) {
+  const std::vector<std::string> colliding = MakeKeys(true);
+  const std::vector<std::string> ordinary = MakeKeys(false);
+  const std::string collidingText = ObjectText(colliding);
+  const std::string ordinaryText = ObjectText(ordinary);
+
+  const double slow = ParseSeconds(collidingText);
+  const double fast = ParseSeconds(ordinaryText);
+  EXPECT_LT(slow, 3 * fast + 0.002) << "colliding " << slow << " s, ordinary " << fast << " s";
+
+  // Nothing observable differs: order, lookups, output.
+  ParserContext ctx;
+  ctx.fKeepObjectOrder = true;
+  JsonAutoRefPtr<JsonObject> object = JsonObject::ReadFromString(collidingText, &ctx);
+  ASSERT_TRUE(object) << ctx.fError;
+  ASSERT_EQ(object->Size(), colliding.size());
+  for (size_t i = 0; i < colliding.size(); i += 97)
+    EXPECT_EQ(object->KeyValAsInteger(colliding[i]), static_cast<long long>(i));
+  EXPECT_FALSE(object->HasKey("absent!!"));
+  std::string out;
+  object->WriteToString(out);
+  EXPECT_EQ(out, collidingText);
+
+  // Erasing and adding keeps working on an object that switched its hash.
+  EXPECT_TRUE(object->Erase(colliding[5]));
+  EXPECT_FALSE(object->HasKey(colliding[5]));
+  object->InsertInteger(colliding[5], 5LL);
+  EXPECT_EQ(object->KeyValAsInteger(colliding[5]), 5);
+  EXPECT_EQ(*JsonValue::Copy(*object), *object);
+}
+
+}  // namespace
