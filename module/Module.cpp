@@ -5,10 +5,16 @@
 
 #include "zentorMacros.h"
 
-// Constant-initialised, so it is already a valid empty string whichever
-// translation unit's initialisers run first; the declaration table appends
-// to it while the library is being loaded.
+// The declaration table appends to it while the library is being loaded,
+// from initialisers in other translation units, so it must be a valid empty
+// string before any of them runs: constant-initialised where the standard
+// library allows it, else constructed ahead of all default-priority
+// initialisers.
+#if defined(__cpp_lib_constexpr_string) && !defined(__clang__)
 constinit std::string sInfo;
+#else
+[[gnu::init_priority(101)]] std::string sInfo;
+#endif
 
 namespace {
 

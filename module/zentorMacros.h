@@ -230,8 +230,11 @@ inline void SetReturn<AutoRefPtr<IVector<bool> const>>(IVariant*) {}
 // the first failure only; later holders stay default.
 class CPPNameParameterTransformer {
  public:
-  CPPNameParameterTransformer(IContext* context, IModuleInfo* moduleInfo, IVariant** args, int argc)
-      : fContext(context), fModuleInfo(moduleInfo), fArgs(args), fArgc(argc) {}
+  // The module information is accepted for the host's calling convention;
+  // no conversion needs it.
+  CPPNameParameterTransformer(IContext* context, IModuleInfo* /*moduleInfo*/, IVariant** args,
+                              int argc)
+      : fContext(context), fArgs(args), fArgc(argc) {}
 
   unsigned int Error() const { return fError; }
 
@@ -258,7 +261,6 @@ class CPPNameParameterTransformer {
   unsigned int fError = 0;
   int fIndex = -1;
   IContext* fContext;
-  IModuleInfo* fModuleInfo;
   IVariant** fArgs;
   int fArgc;
 };
@@ -320,10 +322,12 @@ unsigned int CallFunction(R (*function)(P...), int argc, IVariant** args, IVaria
 }  // namespace Zentor
 
 // Declares the user-defined type `name` with its factory export
-// zentor_module_Create<Class>, which the host owns the result of.
+// zentor_module_Create<Class>, which the host owns the result of. The export
+// has exactly the host's factory type, so that the host's call through a
+// ZentorTypeFactory pointer is a call of the function's own type.
 #define ZENTOR_DECLARE_TYPE(Class, name, flags)                                   \
-  ZENTOR_EXPORT Class* zentor_module_Create##Class(unsigned int typeId,           \
-                                                   ::Zentor::IContext* context) { \
+  ZENTOR_EXPORT ::Zentor::IUserDefinedType* zentor_module_Create##Class(          \
+      unsigned int typeId, ::Zentor::IContext* context) {                         \
     return new Class(typeId, context);                                            \
   }                                                                               \
   int dummy##Class = ::Zentor::AppendDeclaration(                                 \
