@@ -1,7 +1,8 @@
-// Values, containers, compiled objects, conversions, deep copy, equality and
-// the release machinery of the JSON value library.
+// Values, containers, compiled objects, conversions, deep copy and equality
+// of the JSON value library.
 #include "Mjson.h"
 #include "MjsonInternal.h"
+#include "MjsonPool.h"
 
 #include <errno.h>
 #include <stdio.h>
@@ -19,48 +20,6 @@
 // ---------------------------------------------------------------------------
 // Reference counting
 
-namespace {
-
-// Values whose last reference went away while another value was being
-// deleted. The outermost deletion drains the list, so tearing down a tree
-// never nests destructor calls more than one level deep.
-struct PendingDeletes;
-
-// Set once this thread's list is destroyed at thread or process exit; a
-// value released later (a static freed during static destruction, say) is
-// then deleted directly.
-thread_local bool tPendingGone = false;
-
-struct PendingDeletes {
-  std::vector<const JsonUseCounted*> items;
-  bool active = false;
-  ~PendingDeletes() { tPendingGone = true; }
-};
-
-thread_local PendingDeletes tPending;
-
-}  // namespace
-
-void JsonUseCounted::Destroy() const noexcept {
-  if (tPendingGone) [[unlikely]] {
-    delete this;
-    return;
-  }
-  PendingDeletes& pending = tPending;
-  if (pending.active) {
-    pending.items.push_back(this);
-    return;
-  }
-  pending.active = true;
-  delete this;
-  while (!pending.items.empty()) {
-    const JsonUseCounted* next = pending.items.back();
-    pending.items.pop_back();
-    delete next;
-  }
-  pending.active = false;
-}
-
 // Written like the C library's assert, which NDEBUG would silence: these
 // checks must survive release builds.
 void MjsonAssertionFailed(const char* expression, const char* file, unsigned line,
@@ -75,260 +34,9 @@ void JsonUseCounted::FailUseCountCheck() noexcept {
   MjsonAssertionFailed("fUseCount > 0", "JsonAutoRefPtr", 372, "Release");
 }
 
-// ---------------------------------------------------------------------------
-// Node allocation
-//
-// Nodes are carved from 64 KB slabs into size classes of 8 bytes. Each
-// thread keeps a free list per class; a list that grows past a limit hands a
-// batch to a shared pool, and an empty list takes a batch back before a new
-// slab is cut, so memory freed on one thread serves allocations on another.
-// Slabs are kept for the life of the process. Sanitizer builds use the plain
-// heap so that use-after-free stays visible.
-//
-// A class cuts little from the slab at first and twice as much each time it
-// runs dry, up to a batch. A document touches dozens of classes (string
-// blocks and small lists of every length) but fills only a few, so cutting
-// full batches up front would leave most of the memory a parse takes idle.
+void* JsonValue::operator new(size_t size) { return mjson_pool::Allocate(size); }
 
-namespace {
-
-#if defined(__SANITIZE_ADDRESS__)
-constexpr bool kPoolNodes = false;
-#else
-constexpr bool kPoolNodes = true;
-#endif
-
-constexpr size_t kGranule = 8;
-constexpr size_t kClasses = 64;  // nodes and small lists up to 512 bytes
-constexpr size_t kSlabBytes = 64 * 1024;
-constexpr size_t kLocalBatches = 8;  // full batches a thread keeps per class
-
-constexpr size_t ClassSize(size_t cls) { return (cls + 1) * kGranule; }
-
-// Nodes per batch: 256 small ones, or 8 KB of larger ones.
-constexpr uint32_t BatchNodes(size_t cls) {
-  return static_cast<uint32_t>(std::clamp<size_t>(8192 / ClassSize(cls), 16, 256));
-}
-
-// Nodes of the first cut from a slab: about 1 KB, at least four.
-constexpr uint32_t FirstCutNodes(size_t cls) {
-  return static_cast<uint32_t>(std::max<size_t>(1024 / ClassSize(cls), 4));
-}
-
-struct FreeNode {
-  FreeNode* next;
-};
-
-struct Batch {
-  FreeNode* head;
-  size_t count;
-};
-
-class SharedPool {
- public:
-  void Put(size_t cls, Batch batch) {
-    std::lock_guard<std::mutex> lock(fMutex);
-    fBatches[cls].push_back(batch);
-  }
-  bool Take(size_t cls, Batch& batch) {
-    std::lock_guard<std::mutex> lock(fMutex);
-    if (fBatches[cls].empty()) return false;
-    batch = fBatches[cls].back();
-    fBatches[cls].pop_back();
-    return true;
-  }
-  char* NewSlab() {
-    char* slab = static_cast<char*>(malloc(kSlabBytes));
-    if (!slab) throw std::bad_alloc();
-    return slab;
-  }
-  // One node at a time, for threads whose cache is already gone.
-  void* AllocateOne(size_t cls) {
-    std::lock_guard<std::mutex> lock(fMutex);
-    std::vector<Batch>& batches = fBatches[cls];
-    if (!batches.empty()) {
-      Batch& b = batches.back();
-      FreeNode* node = b.head;
-      b.head = node->next;
-      if (--b.count == 0) batches.pop_back();
-      return node;
-    }
-    size_t size = ClassSize(cls);
-    if (static_cast<size_t>(fCutEnd - fCut) < size) {
-      fCut = NewSlab();
-      fCutEnd = fCut + kSlabBytes;
-    }
-    void* node = fCut;
-    fCut += size;
-    return node;
-  }
-
- private:
-  std::mutex fMutex;
-  std::vector<Batch> fBatches[kClasses];
-  char* fCut = nullptr;  // the shared slab that AllocateOne cuts from
-  char* fCutEnd = nullptr;
-};
-
-SharedPool& Shared() {
-  static SharedPool* pool = new SharedPool();  // outlives every thread
-  return *pool;
-}
-
-// Per class, a current free list and a few full batches behind it. A batch
-// is handed around whole (head and count), so moving nodes between the
-// thread and the shared pool never walks a list.
-//
-// The cache is plain zero-initialised thread storage, so the fast paths pay
-// no construction check. Zero is also the state that sends both paths to
-// the slow side: no head to allocate from, no room to free into. The slow
-// side brings the cache to life and registers its flush at thread exit;
-// once flushed, the cache goes back to zero and stays dead, and the thread's
-// later calls (during static destruction, say) use the shared pool.
-struct ClassCache {
-  FreeNode* head;
-  uint32_t room;     // nodes the current list takes before it is retired
-  uint32_t full;     // full batches in `batches`
-  uint32_t nextCut;  // nodes of the next cut from a slab; 0 before the first
-  Batch batches[kLocalBatches];
-};
-
-struct ThreadCache {
-  ClassCache classes[kClasses];
-  char* cut;  // the slab this thread cuts from
-  char* cutEnd;
-  enum State : uint8_t { kUnused, kLive, kFlushed } state;
-};
-
-constinit thread_local ThreadCache tCache{};
-
-void FlushThreadCache() {
-  ThreadCache& t = tCache;
-  t.state = ThreadCache::kFlushed;
-  for (size_t cls = 0; cls < kClasses; ++cls) {
-    ClassCache& c = t.classes[cls];
-    if (c.head) Shared().Put(cls, Batch{c.head, BatchNodes(cls) - c.room});
-    for (size_t i = 0; i < c.full; ++i) Shared().Put(cls, c.batches[i]);
-    c = ClassCache{};
-  }
-}
-
-struct ThreadCacheFlusher {
-  ~ThreadCacheFlusher() { FlushThreadCache(); }
-};
-
-// True when the cache can be used; brings it to life on first use.
-bool CacheReady() {
-  ThreadCache& t = tCache;
-  if (t.state != ThreadCache::kUnused) return t.state == ThreadCache::kLive;
-  static thread_local ThreadCacheFlusher flusher;  // registers the flush
-  (void)flusher;
-  for (size_t cls = 0; cls < kClasses; ++cls) t.classes[cls].room = BatchNodes(cls);
-  t.state = ThreadCache::kLive;
-  return true;
-}
-
-// The current list is full: it becomes a full batch, and the oldest full
-// batch goes to the shared pool when there is no room left.
-void Retire(size_t cls) {
-  ClassCache& c = tCache.classes[cls];
-  if (c.full == kLocalBatches) {
-    Shared().Put(cls, c.batches[0]);
-    std::copy(c.batches + 1, c.batches + kLocalBatches, c.batches);
-    --c.full;
-  }
-  c.batches[c.full++] = Batch{c.head, BatchNodes(cls)};
-  c.head = nullptr;
-  c.room = BatchNodes(cls);
-}
-
-void Refill(size_t cls) {
-  ThreadCache& t = tCache;
-  ClassCache& c = t.classes[cls];
-  Batch batch;
-  if (c.full > 0) {
-    batch = c.batches[--c.full];
-  } else if (!Shared().Take(cls, batch)) {
-    size_t size = ClassSize(cls);
-    if (static_cast<size_t>(t.cutEnd - t.cut) < size) {
-      t.cut = Shared().NewSlab();
-      t.cutEnd = t.cut + kSlabBytes;
-    }
-    uint32_t want = c.nextCut ? c.nextCut : FirstCutNodes(cls);
-    c.nextCut = std::min(want * 2, BatchNodes(cls));
-    size_t n = std::min<size_t>(want, static_cast<size_t>(t.cutEnd - t.cut) / size);
-    FreeNode* head = nullptr;
-    for (size_t i = n; i-- > 0;) {
-      auto* node = reinterpret_cast<FreeNode*>(t.cut + i * size);
-      node->next = head;
-      head = node;
-    }
-    t.cut += n * size;
-    batch = Batch{head, n};
-  }
-  c.head = batch.head;
-  c.room = BatchNodes(cls) - static_cast<uint32_t>(batch.count);
-}
-
-[[gnu::noinline, gnu::cold]] void* AllocateSlow(size_t cls) {
-  if (!CacheReady()) return Shared().AllocateOne(cls);
-  ClassCache& c = tCache.classes[cls];
-  if (!c.head) Refill(cls);
-  FreeNode* node = c.head;
-  c.head = node->next;
-  ++c.room;
-  return node;
-}
-
-[[gnu::noinline, gnu::cold]] void FreeSlow(size_t cls, void* p) {
-  auto* node = static_cast<FreeNode*>(p);
-  if (!CacheReady()) {
-    node->next = nullptr;
-    Shared().Put(cls, Batch{node, 1});
-    return;
-  }
-  ClassCache& c = tCache.classes[cls];
-  if (c.room == 0) Retire(cls);
-  node->next = c.head;
-  c.head = node;
-  --c.room;
-}
-
-}  // namespace
-
-void* JsonPoolAllocate(size_t size) {
-  if (!kPoolNodes || size - 1 >= kGranule * kClasses) return ::operator new(size);
-  size_t cls = (size - 1) / kGranule;
-  ClassCache& c = tCache.classes[cls];
-  FreeNode* node = c.head;
-  if (!node) [[unlikely]]
-    return AllocateSlow(cls);
-  c.head = node->next;
-  ++c.room;
-  return node;
-}
-
-void JsonPoolFree(void* p, size_t size) noexcept {
-  if (!p) return;
-  if (!kPoolNodes || size - 1 >= kGranule * kClasses) {
-    ::operator delete(p);
-    return;
-  }
-  size_t cls = (size - 1) / kGranule;
-  ClassCache& c = tCache.classes[cls];
-  if (c.room == 0) [[unlikely]] {
-    FreeSlow(cls, p);
-    return;
-  }
-  auto* node = static_cast<FreeNode*>(p);
-  node->next = c.head;
-  c.head = node;
-  --c.room;
-}
-
-void* JsonValue::operator new(size_t size) { return JsonPoolAllocate(size); }
-
-void JsonValue::operator delete(void* p, size_t size) noexcept { JsonPoolFree(p, size); }
+void JsonValue::operator delete(void* p, size_t size) noexcept { mjson_pool::Free(p, size); }
 
 // Scalars are deleted through their own (final) class: no virtual call, and
 // the node goes straight back to the pool.
@@ -379,12 +87,12 @@ void JsonValue::PrintCounter() {
 void CompactString::InitHeap(const char* p, size_t n) {
   char* block;
   if (n < kHuge) {
-    block = static_cast<char*>(JsonPoolAllocate(n));
+    block = static_cast<char*>(mjson_pool::Allocate(n));
     memcpy(block, p, n);
     uint32_t n32 = static_cast<uint32_t>(n);
     memcpy(fBytes, &n32, 4);
   } else {
-    block = static_cast<char*>(JsonPoolAllocate(n + 8));
+    block = static_cast<char*>(mjson_pool::Allocate(n + 8));
     memcpy(block, &n, 8);
     memcpy(block + 8, p, n);
     memcpy(fBytes, &kHuge, 4);
@@ -394,7 +102,7 @@ void CompactString::InitHeap(const char* p, size_t n) {
 
 void CompactString::FreeHeap() {
   uint32_t n = SizeField();
-  JsonPoolFree(Block(), n != kHuge ? n : HugeSize() + 8);
+  mjson_pool::Free(Block(), n != kHuge ? n : HugeSize() + 8);
 }
 
 JsonString::JsonString(std::string_view s, bool* isKnownUTF8, bool* isValid)
@@ -499,7 +207,7 @@ void Pause() {
 // state. Its stores are releases and the loads here acquires, so a reader
 // that saw any of the new bytes also sees the state change when it checks
 // the state byte again, and tries anew.
-JsonReal::Form JsonReal::Load() const {
+JsonReal::Form JsonReal::LoadPending() const {
   for (;;) {
     uint8_t state = StateByte().load(std::memory_order_acquire);
     if ((state & kStateMask) == kBusy) {
@@ -571,9 +279,10 @@ JsonReal::JsonReal(const JsonReal& other) : JsonValue(Real), fBits(0) {
   SetFormUnshared(form.word);
 }
 
+// The last owner is the only one left to look: no settle can be under way.
 JsonReal::~JsonReal() {
-  Form form = Load();
-  if (form.State() == kText) delete TextOf(form.bits);
+  if ((StateByte().load(std::memory_order_relaxed) & kStateMask) == kText)
+    delete TextOf(Bits().load(std::memory_order_relaxed));
 }
 
 void JsonReal::AppendText(const Form& form, std::string& out) {

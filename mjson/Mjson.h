@@ -445,7 +445,15 @@ class JsonReal final : public JsonValue {
     return v;
   }
   // A consistent view of form and bits, waiting out a settle in progress.
-  Form Load() const;
+  // Settled is the common state and final, so it needs no second look.
+  Form Load() const {
+    uint8_t state = StateByte().load(std::memory_order_acquire);
+    if ((state & kStateMask) != kSettled) [[unlikely]]
+      return LoadPending();
+    return Form{state | static_cast<uint32_t>(FormHigh().load(std::memory_order_relaxed)) << 8,
+                Bits().load(std::memory_order_relaxed)};
+  }
+  Form LoadPending() const;
   // Only for a real nobody else can see yet (construction).
   void SetValue(double v, int digits) {
     __builtin_memcpy(&fBits, &v, sizeof v);

@@ -1,8 +1,11 @@
-// Input chosen to hurt: object keys built to collide in the member index.
-// Such a document must parse in about the time of an ordinary one, and keep
-// every behaviour (order, lookups, output) of an ordinary one.
+// Input chosen to hurt. Object keys built to collide in the member index
+// must parse in about the time of ordinary ones and keep every behaviour
+// (order, lookups, output) of an ordinary object; a huge document must give
+// its memory back when it dies.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
+#include <cstdio>
 #include <algorithm>
 #include <chrono>
 #include <random>
@@ -93,6 +96,64 @@ TEST(HostileInput, CollidingKeysParseLikeOrdinaryOnes) {
   object->InsertInteger(colliding[5], 5LL);
   EXPECT_EQ(object->KeyValAsInteger(colliding[5]), 5);
   EXPECT_EQ(*JsonValue::Copy(*object), *object);
+}
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define MJSON_TEST_SANITIZED 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer) || \
+    __has_feature(memory_sanitizer)
+#define MJSON_TEST_SANITIZED 1
+#endif
+#endif
+
+// Resident memory of this process in bytes, or 0 where the system does not
+// tell.
+size_t ResidentBytes() {
+  FILE* f = std::fopen("/proc/self/statm", "r");
+  if (!f) return 0;
+  unsigned long size = 0, resident = 0;
+  const int read = std::fscanf(f, "%lu %lu", &size, &resident);
+  std::fclose(f);
+  return read == 2 ? resident * static_cast<size_t>(sysconf(_SC_PAGESIZE)) : 0;
+}
+
+// A large document, once freed, leaves the process about as big as it was.
+TEST(HostileInput, MemoryOfAFreedDocumentGoesBack) {
+#ifdef MJSON_TEST_SANITIZED
+  GTEST_SKIP() << "a sanitizer's allocator keeps freed memory on purpose";
+#endif
+  if (ResidentBytes() == 0) GTEST_SKIP() << "no resident size on this system";
+  auto parse = [](const std::string& text) {
+    ParserContext ctx;
+    JsonAutoRefPtr<JsonValue> v = JsonValue::ReadFromString(text, &ctx, nullptr);
+    EXPECT_TRUE(v) << ctx.fError;
+    return v;
+  };
+  parse(R"({"warm":[1,2.5,"up",{"a":null}]})");  // the thread's caches exist
+  const size_t baseline = ResidentBytes();
+
+  // Two million objects of five values each: twelve million nodes, strings
+  // and lists of several sizes.
+  const std::string element = R"({"id":123,"name":"element-name-long","v":[1.5,2]})";
+  size_t peak = 0;
+  {
+    std::string text = "[";
+    for (int i = 0; i < 2000000; ++i) {
+      if (i) text += ',';
+      text += element;
+    }
+    text += ']';
+    JsonAutoRefPtr<JsonValue> doc = parse(text);
+    ASSERT_EQ(ContainerSize(*doc), 2000000u);
+    std::string().swap(text);
+    peak = ResidentBytes();
+  }
+  const size_t after = ResidentBytes();
+  EXPECT_GT(peak, baseline + (400u << 20)) << "the document should have taken memory";
+  EXPECT_LE(after, baseline + baseline / 10 + (16u << 20))
+      << "baseline " << (baseline >> 20) << " MB, with the document " << (peak >> 20)
+      << " MB, after freeing it " << (after >> 20) << " MB";
 }
 
 }  // namespace

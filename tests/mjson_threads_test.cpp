@@ -1,9 +1,10 @@
-// One value tree read from many threads at once, and its children released
-// on other threads than their parents. Reading a real settles its pending
-// text, so reads change a value's inner state; whatever the interleaving,
-// every reader must see either the source text or the settled value, and
-// every reference dropped must free each node exactly once. The test also
-// runs under ThreadSanitizer in CI.
+// One value tree read from many threads at once, children released on other
+// threads than their parents, documents freed on other threads than the
+// one that built them. Reading a real settles its pending text, so reads
+// change a value's inner state; whatever the interleaving, every reader
+// must see either the source text or the settled value, and every
+// reference dropped must free each node exactly once. The tests also run
+// under ThreadSanitizer in CI.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -144,3 +145,34 @@ TEST(MjsonThreads, ChildrenReleasedOnOtherThreads) {
 }
 
 }  // namespace
+
+// Documents built on one thread and freed on another, big enough that the
+// shared pool gives memory back while other threads cut new slabs.
+TEST(MjsonThreads, DocumentsFreedOnOtherThreadsWhilePoolShrinks) {
+  constexpr int kElements = 10000;
+  std::string text = "[";
+  for (int i = 0; i < kElements; ++i) {
+    if (i) text += ',';
+    text += R"({"id":7,"name":"a name of some length","v":[1.5,2,null]})";
+  }
+  text += "]";
+  std::atomic<int> wrong{0};
+  std::vector<ValuePtr> handOver(kThreads);
+  std::barrier sync(kThreads);
+  auto worker = [&](int id) {
+    for (int r = 0; r < 8; ++r) {
+      handOver[static_cast<size_t>(id)] = Parse(text);
+      sync.arrive_and_wait();
+      // Take the neighbour's document, check it and free it here.
+      ValuePtr doc = std::move(handOver[static_cast<size_t>((id + 1) % kThreads)]);
+      sync.arrive_and_wait();
+      const auto* array = static_cast<const JsonArray*>(doc.get());
+      if (array->Size() != kElements || array->AtIndexAsObject(kElements - 1)->KeyValAsInteger("id") != 7)
+        ++wrong;
+    }
+  };
+  std::vector<std::thread> threads;
+  for (int id = 0; id < kThreads; ++id) threads.emplace_back(worker, id);
+  for (std::thread& t : threads) t.join();
+  EXPECT_EQ(wrong.load(), 0);
+}
