@@ -245,7 +245,7 @@ class SharedPool {
     }
     for (SlabHeader* slab : released) {
       slab->~SlabHeader();
-      ::operator delete(slab, kSlabBytes, std::align_val_t(kSlabBytes));
+      ::operator delete(slab, std::align_val_t(kSlabBytes));
     }
     fCompactAt = std::max(kSharedReserve, 2 * fFreeBytes);
     if (!released.empty()) ReturnFreedPages();
