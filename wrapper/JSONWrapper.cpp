@@ -670,10 +670,11 @@ JsonAutoRefPtr<JsonValue> JSONWrapper::JSONObjToMJson(const AutoRefPtr<IUserDefi
 }
 
 void JSONWrapper::ShowEffectivityWarning(IContext* ctx) {
-  // Plain on purpose: a race can only log the warning twice.
-  static bool sShowError = true;
-  if (sShowError && ctx) {
-    sShowError = false;
+  // Atomic: threads that meet a foreign implementation at once must not
+  // race on the flag, and exactly one of them logs.
+  static std::atomic<bool> sShowError{true};
+  if (ctx && sShowError.load(std::memory_order_relaxed) &&
+      sShowError.exchange(false, std::memory_order_relaxed)) {
     ctx->ErrorLog(
         "JSONWrapper",
         "JSON module implementation is not compatible with JSONWrapper implementation, leading to "

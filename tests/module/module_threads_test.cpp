@@ -7,7 +7,7 @@
 // Each round parses a fresh shared document (its reals still hold their
 // source text, so the first numeric read settles them while other threads
 // are writing them out) and lets every thread run a different mix of
-// reading operations on it. Every text written is parsed again and compared
+// reading operations on it, script functions and native (IJSON) reads. Every text written is parsed again and compared
 // with the expected document; every number read is compared with the value
 // it must have.
 //
@@ -129,7 +129,8 @@ std::string MakeDocumentText(unsigned seed) {
   return text;
 }
 
-std::vector<std::string> MemberPaths() {
+// The member names of the "members" object.
+std::vector<std::string> MemberNames() {
   std::vector<std::string> paths;
   for (int i = 0; i < 24; ++i) paths.push_back(std::string(1, 'm').append(std::to_string(i)));
   return paths;
@@ -156,14 +157,16 @@ TEST(ModuleThreads, SharedDocumentsReadFromManyThreads) {
 
   const std::vector<std::string> texts = {MakeDocumentText(1), MakeDocumentText(2),
                                           MakeDocumentText(3)};
-  const std::vector<std::string> paths = MemberPaths();
+  const std::vector<std::string> paths = MemberNames();
 
-  // The value each member path must read as, from a document of this
-  // thread's own.
-  auto expectedNumbers = [&](const VariantPtr& doc) {
+  // The numbers of the "members" object (shared with `doc`), in the order of
+  // `paths`, read through the script functions.
+  auto readMembers = [&](const VariantPtr& doc) {
     std::vector<double> numbers;
-    for (const std::string& path : paths) {
-      VariantPtr v = m.Call(getAsNumber, {doc.get(), zhost::MakeString(path).get()});
+    VariantPtr members = m.Call(getSubNode, {doc.get(), zhost::MakeString("members").get()});
+    for (const std::string& name : paths) {
+      VariantPtr v =
+          members ? m.Call(getAsNumber, {members.get(), zhost::MakeString(name).get()}) : nullptr;
       numbers.push_back(v ? v->GetNumber() : NAN);
     }
     return numbers;
@@ -173,6 +176,7 @@ TEST(ModuleThreads, SharedDocumentsReadFromManyThreads) {
   std::atomic<long> checks{0};
   std::atomic<bool> stop{false};
   VariantPtr shared;  // the round's document, set by the completion step
+  Zentor::AutoRefPtr<Zentor::IJSON> sharedNative;  // a native view of it, one for all threads
   int round = 0;
   const auto deadline =
       std::chrono::steady_clock::now() + std::chrono::duration<double>(StressSeconds());
@@ -180,17 +184,22 @@ TEST(ModuleThreads, SharedDocumentsReadFromManyThreads) {
     if (std::chrono::steady_clock::now() >= deadline) stop = true;
     ++round;
     shared = m.Call(fromString, {zhost::MakeString(texts[round % texts.size()]).get()});
+    sharedNative = Zentor::AutoRefPtr<Zentor::IJSON>(
+        shared ? shared->GetUserDefined()->Serialize(&m.Context()) : nullptr);
   });
 
   auto worker = [&](int id) {
+    auto fail = [&] { wrong.fetch_add(1, std::memory_order_relaxed); };
     // Private documents to compare with, parsed and read by this thread.
     std::vector<VariantPtr> expected;
     std::vector<std::vector<double>> numbers;
     for (const std::string& text : texts) {
       expected.push_back(m.Call(fromString, {zhost::MakeString(text).get()}));
-      numbers.push_back(expectedNumbers(expected.back()));
+      numbers.push_back(readMembers(expected.back()));
+      double sum = 0;  // member i holds i and a fraction
+      for (double n : numbers.back()) sum += n;
+      if (!(sum > 276 && sum < 300)) fail();
     }
-    auto fail = [&] { wrong.fetch_add(1, std::memory_order_relaxed); };
     auto check = [&](bool ok) {
       checks.fetch_add(1, std::memory_order_relaxed);
       if (!ok) fail();
@@ -213,12 +222,9 @@ TEST(ModuleThreads, SharedDocumentsReadFromManyThreads) {
       const size_t which = static_cast<size_t>(round) % texts.size();
       const VariantPtr& want = expected[which];
       for (int step = 0; step < 4; ++step) {
-        switch ((id + step + round) % 6) {
+        switch ((id + step + round) % 8) {
           case 0:  // numeric reads settle the reals
-            for (size_t i = 0; i < paths.size(); ++i) {
-              VariantPtr v = m.Call(getAsNumber, {doc.get(), zhost::MakeString(paths[i]).get()});
-              check(v && v->GetNumber() == numbers[which][i]);
-            }
+            check(readMembers(doc) == numbers[which]);
             break;
           case 1:
             check(textIsDocument(m.Call(toString, {doc.get()}), want));
@@ -256,6 +262,19 @@ TEST(ModuleThreads, SharedDocumentsReadFromManyThreads) {
             check(n && n->GetNumber() == 48);
             break;
           }
+          case 6:  // native reads through a view of this thread's own
+          case 7: {  // ... and through the one view all threads share
+            Zentor::AutoRefPtr<Zentor::IJSON> own(doc->GetUserDefined()->Serialize(&m.Context()));
+            const Zentor::IJSON* native = (id + step + round) % 8 == 6 ? own.get() : sharedNative.get();
+            check(native && textIsDocument(zhost::MakeString(native->ToString()), want));
+            Zentor::AutoRefPtr<Zentor::IJSON> members = native ? native->Get("members") : nullptr;
+            for (size_t i = 0; members && i < paths.size(); i += 5) {
+              double value = 0;
+              check(members->GetDouble(paths[i].c_str(), value) && value == numbers[which][i]);
+            }
+            check(members && native->GetErrorStatus() == Zentor::IJSON::kStatusNone);
+            break;
+          }
         }
       }
     }
@@ -264,6 +283,7 @@ TEST(ModuleThreads, SharedDocumentsReadFromManyThreads) {
   std::vector<std::thread> threads;
   for (int id = 0; id < kThreads; ++id) threads.emplace_back(worker, id);
   for (std::thread& t : threads) t.join();
+  sharedNative = nullptr;
   shared = VariantPtr();
 
   EXPECT_GT(round, 10);
