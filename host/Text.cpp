@@ -1,5 +1,7 @@
 #include "Text.h"
 
+#include "ZentorStatus.h"
+
 #include <cxxabi.h>
 
 #include <charconv>
@@ -91,14 +93,14 @@ std::string FormatStatus(unsigned int status) {
 }
 
 std::string DescribeStatus(unsigned int status) {
-  const unsigned int kind = status & 0xFFFFu;
-  const std::string position = std::to_string(status >> 16);
+  const unsigned int kind = Zentor::StatusKindOf(status);
+  const std::string position = std::to_string(Zentor::StatusPosition(status));
   switch (kind) {
-    case 1:
+    case Zentor::kStatusArgumentMissing:
       return "argument " + position + " missing";
-    case 2:
+    case Zentor::kStatusWrongKind:
       return "argument " + position + " has the wrong kind";
-    case 4:
+    case Zentor::kStatusEmptyObject:
       return "argument " + position + " is an invalid object (a user-defined value without object)";
     default:
       return "unknown kind " + std::to_string(kind) + " at argument " + position;

@@ -245,14 +245,15 @@ class CPPNameParameterTransformer {
   void operator()(T& holder) {
     if (fError != 0) return;
     ++fIndex;
-    const unsigned int position = (static_cast<unsigned int>(fIndex + 1) & 0xFFFFu) << 16;
+    const auto position = static_cast<unsigned int>(fIndex + 1);
     if (fIndex >= fArgc) {
-      fError = position | 1u;
+      fError = MakeStatus(position, kStatusArgumentMissing);
       return;
     }
     IVariant* argument = fArgs[fIndex];
     if (CheckAndConvert(argument, holder)) return;
-    fError = position | (IsEmptyUserDefined(argument) ? 4u : 2u);
+    fError = MakeStatus(position,
+                        IsEmptyUserDefined(argument) ? kStatusEmptyObject : kStatusWrongKind);
   }
 
  private:

@@ -30,6 +30,8 @@
 #include <utility>
 #include <vector>
 
+#include "ZentorStatus.h"
+
 // Marks a module export: unmangled and visible even when the module is
 // built with hidden visibility. Only exports use it: the interfaces below
 // keep the default visibility setting of whoever compiles them.
@@ -85,16 +87,16 @@ struct ZentorError {
 };
 
 // The entry point of a script function (one per declaration in a module's
-// definition). Returns 0 on success or ((1-based argument position) << 16 |
-// kind), kind 1 argument missing, 2 wrong kind, 4 user-defined value
-// without object. `result` may be null.
+// definition). Returns 0 on success or a status code made by MakeStatus
+// (ZentorStatus.h): the 1-based argument position and the kind of fault.
+// `result` may be null.
 using ZentorFunction = unsigned int (*)(int argc, IVariant** args, IVariant* result,
                                         IModuleInfo* moduleInfo, IContext* context);
 
 // The factory export named by a "TYPE" declaration. Returns a new object
-// with a count of 1 that the caller owns. Modules may declare it returning
-// their own class (single inheritance from IUserDefinedType keeps the
-// pointer value the same).
+// with a count of 1 that the caller owns. Modules must define it with
+// exactly this type: the host calls it through this pointer type, and a
+// call through a pointer of another function type is undefined.
 using ZentorTypeFactory = IUserDefinedType* (*)(unsigned int typeId, IContext* context);
 
 // The metadata exports of a module.

@@ -58,11 +58,13 @@ struct ImportSite {
 };
 
 std::string StatusMessage(unsigned int status, const char* scriptName) {
-  const unsigned int kind = status & 0xFFFFu;
-  const std::string position = std::to_string(status >> 16);
+  const unsigned int kind = Zentor::StatusKindOf(status);
+  const std::string position = std::to_string(Zentor::StatusPosition(status));
   const std::string function = std::string("function '") + scriptName + "'";
-  if (kind == 2) return "invalid parameter " + position + " in " + function;
-  if (kind == 4) return "invalid object used for parameter " + position + " in " + function;
+  if (kind == Zentor::kStatusWrongKind)
+    return "invalid parameter " + position + " in " + function;
+  if (kind == Zentor::kStatusEmptyObject)
+    return "invalid object used for parameter " + position + " in " + function;
   return "runtime error from " + function;
 }
 

@@ -219,8 +219,8 @@ ZENTOR_EXPORT Zentor::IUserDefinedType* zentor_testmod_CreateWidget(unsigned int
 
 // Widget.Make(label): a new widget.
 TEST_FUNCTION(zentor_testmod_MakeWidget) {
-  if (argc < 1) return (1u << 16) | 1u;
-  if (!args[0] || args[0]->GetType() != Zentor::kTypeString) return (1u << 16) | 2u;
+  if (argc < 1) return Zentor::MakeStatus(1, Zentor::kStatusArgumentMissing);
+  if (!args[0] || args[0]->GetType() != Zentor::kTypeString) return Zentor::MakeStatus(1, Zentor::kStatusWrongKind);
   AutoRefPtr<Widget> widget(new Widget(context->FindType("Widget"), StringArg(argc, args, 0)));
   if (result) result->SetUserDefined(widget.get());
   return 0;
@@ -229,12 +229,14 @@ TEST_FUNCTION(zentor_testmod_MakeWidget) {
 // ToString(widget): "Widget(label)".
 TEST_FUNCTION(zentor_testmod_WidgetToString) {
   (void)context;
-  if (argc < 1) return (1u << 16) | 1u;
+  if (argc < 1) return Zentor::MakeStatus(1, Zentor::kStatusArgumentMissing);
   auto object = args[0] ? args[0]->GetUserDefined() : AutoRefPtr<Zentor::IUserDefinedType>();
   if (!object)
-    return (1u << 16) | (args[0] && args[0]->GetType() >= Zentor::kTypeFirstUserDefined ? 4u : 2u);
+    return Zentor::MakeStatus(1, args[0] && args[0]->GetType() >= Zentor::kTypeFirstUserDefined
+                                     ? Zentor::kStatusEmptyObject
+                                     : Zentor::kStatusWrongKind);
   const auto* widget = dynamic_cast<const Widget*>(object.get());
-  if (!widget) return (1u << 16) | 2u;
+  if (!widget) return Zentor::MakeStatus(1, Zentor::kStatusWrongKind);
   if (result) result->AssignString("Widget(" + widget->fLabel + ")");
   return 0;
 }
