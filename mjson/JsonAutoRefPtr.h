@@ -139,6 +139,14 @@ class JsonAutoRefPtr {
   T* fPtr;
 };
 
+// A new owner of a value that somebody else already owns (a container's
+// element, say): adds a reference. Null stays null.
+template <class T>
+JsonAutoRefPtr<T> JsonShare(T* p) noexcept {
+  if (p) p->AddRef();
+  return JsonAutoRefPtr<T>(p);
+}
+
 template <class T, class U>
 bool operator==(const JsonAutoRefPtr<T>& a, const JsonAutoRefPtr<U>& b) noexcept {
   return a.get() == b.get();

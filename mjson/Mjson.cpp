@@ -1490,6 +1490,27 @@ bool JsonCompiledObject::IsEqual(const JsonCompiledObject& other) const {
 // ---------------------------------------------------------------------------
 // Typed views and proxies
 
+JsonValue* NewEmptyValue(JsonValue::EJsonValueType type) {
+  switch (type) {
+    case JsonValue::String:
+      return new JsonString(std::string_view(), JsonString::Trusted{});
+    case JsonValue::Integer:
+      return new JsonInteger(0LL);
+    case JsonValue::Real:
+      return new JsonReal(0.0, 0);
+    case JsonValue::Object:
+      return new JsonObject(false);
+    case JsonValue::Array:
+      return new JsonArray();
+    case JsonValue::True:
+      return new JsonTrue();
+    case JsonValue::False:
+      return new JsonFalse();
+    default:
+      return new JsonNull();
+  }
+}
+
 size_t ContainerSize(const JsonValue& value) {
   switch (value.Type()) {
     case JsonValue::Array:

@@ -854,6 +854,11 @@ class CompObjectRef {
   JsonAutoRefPtr<JsonValue> fValue;
 };
 
+// A fresh value of `type` that holds nothing: the empty string, 0, 0.0, an
+// object that keeps no order, an empty array, true, false; null for Null
+// and for CompiledObject, which has no key table to be made with.
+JsonValue* NewEmptyValue(JsonValue::EJsonValueType type);
+
 // Member or element count of a container; 0 for every other value.
 size_t ContainerSize(const JsonValue& value);
 // True for no value at all, null, the empty string and empty containers;
