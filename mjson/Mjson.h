@@ -21,6 +21,7 @@
 #include <vector>
 
 #include "JsonAutoRefPtr.h"
+#include "MjsonDetail.h"
 
 // Reports a failed internal check the way the C library's assert does and
 // ends the process. Used for the few checks that stay on in release builds.
@@ -164,143 +165,6 @@ class JsonValue : public JsonUseCounted {
   mutable uint16_t fAux16 = 0;
 };
 
-// Blocks for the element and member lists of containers. Small ones come
-// from the same per-thread pool as the nodes: most containers of a parsed
-// document are small, and the general-purpose heap spends more on them than
-// the parser does. Larger blocks go to operator new.
-void* JsonPoolAllocate(size_t bytes);
-void JsonPoolFree(void* p, size_t bytes) noexcept;
-
-template <class T>
-struct JsonPoolAllocator {
-  using value_type = T;
-  JsonPoolAllocator() noexcept = default;
-  template <class U>
-  JsonPoolAllocator(const JsonPoolAllocator<U>&) noexcept {}
-  T* allocate(size_t n) { return static_cast<T*>(JsonPoolAllocate(n * sizeof(T))); }
-  void deallocate(T* p, size_t n) noexcept { JsonPoolFree(p, n * sizeof(T)); }
-  template <class U>
-  bool operator==(const JsonPoolAllocator<U>&) const noexcept {
-    return true;
-  }
-};
-
-using JsonValueList = std::vector<JsonValue*, JsonPoolAllocator<JsonValue*>>;
-
-// Copies up to 31 bytes with a few fixed-size moves instead of a call:
-// keys and most strings are that short. Moves overlap but never leave
-// [0, n) on either side.
-inline void CopyShortBytes(char* dst, const char* src, size_t n) {
-  if (n >= 16) {
-    __builtin_memcpy(dst, src, 16);
-    __builtin_memcpy(dst + n - 16, src + n - 16, 16);
-  } else if (n >= 8) {
-    __builtin_memcpy(dst, src, 8);
-    __builtin_memcpy(dst + n - 8, src + n - 8, 8);
-  } else if (n >= 4) {
-    __builtin_memcpy(dst, src, 4);
-    __builtin_memcpy(dst + n - 4, src + n - 4, 4);
-  } else if (n) {
-    dst[0] = src[0];
-    dst[n / 2] = src[n / 2];
-    dst[n - 1] = src[n - 1];
-  }
-}
-
-// An owned byte string in two words, for member keys and string values.
-// Up to 12 bytes sit inline; longer ones live in a pooled block. Most keys
-// and many values of real documents are short, and a document holds a great
-// many of them, so this saves both the heap call and the space of a
-// std::string. Inline strings keep their unused bytes zero, which makes
-// comparing two short strings a compare of two words.
-class alignas(8) CompactString {
- public:
-  static constexpr size_t kInline = 12;
-
-  CompactString() noexcept { Zero(); }
-  CompactString(const char* p, size_t n) { Init(p, n); }
-  explicit CompactString(std::string_view s) { Init(s.data(), s.size()); }
-  CompactString(const CompactString& other) { Init(other.Data(), other.Size()); }
-  CompactString(CompactString&& other) noexcept {
-    __builtin_memcpy(fBytes, other.fBytes, sizeof fBytes);
-    other.Zero();
-  }
-  CompactString& operator=(const CompactString& other) {
-    if (this != &other) *this = CompactString(other);
-    return *this;
-  }
-  CompactString& operator=(CompactString&& other) noexcept {
-    if (this != &other) {
-      Free();
-      __builtin_memcpy(fBytes, other.fBytes, sizeof fBytes);
-      other.Zero();
-    }
-    return *this;
-  }
-  ~CompactString() { Free(); }
-
-  size_t Size() const { return SizeField() != kHuge ? SizeField() : HugeSize(); }
-  bool Empty() const { return SizeField() == 0; }
-  const char* Data() const { return IsInline() ? fBytes + 4 : HeapBytes(); }
-  std::string_view View() const { return {Data(), Size()}; }
-  operator std::string_view() const { return View(); }
-  std::string Str() const { return std::string(Data(), Size()); }
-
-  bool operator==(const CompactString& other) const {
-    if (Word(0) != other.Word(0)) return false;  // size, and inline the first bytes
-    if (IsInline()) return Word(1) == other.Word(1);
-    return View() == other.View();
-  }
-  bool operator==(std::string_view s) const {
-    return Size() == s.size() && __builtin_memcmp(Data(), s.data(), s.size()) == 0;
-  }
-
- private:
-  // Sizes from this one up are kept in front of the heap bytes.
-  static constexpr uint32_t kHuge = UINT32_MAX;
-
-  uint32_t SizeField() const {
-    uint32_t n;
-    __builtin_memcpy(&n, fBytes, 4);
-    return n;
-  }
-  uint64_t Word(int i) const {
-    uint64_t w;
-    __builtin_memcpy(&w, fBytes + 8 * i, 8);
-    return w;
-  }
-  bool IsInline() const { return SizeField() <= kInline; }
-  char* Block() const {
-    char* p;
-    __builtin_memcpy(&p, fBytes + 8, sizeof p);
-    return p;
-  }
-  const char* HeapBytes() const { return SizeField() != kHuge ? Block() : Block() + 8; }
-  size_t HugeSize() const {
-    size_t n;
-    __builtin_memcpy(&n, Block(), sizeof n);
-    return n;
-  }
-  void Zero() { __builtin_memset(fBytes, 0, sizeof fBytes); }
-  void Init(const char* p, size_t n) {
-    Zero();
-    if (n > kInline) {
-      InitHeap(p, n);
-      return;
-    }
-    uint32_t n32 = static_cast<uint32_t>(n);
-    __builtin_memcpy(fBytes, &n32, 4);
-    CopyShortBytes(fBytes + 4, p, n);
-  }
-  void InitHeap(const char* p, size_t n);
-  void Free() {
-    if (!IsInline()) FreeHeap();
-  }
-  void FreeHeap();
-
-  char fBytes[16];
-};
-
 bool operator==(const JsonValue& a, const JsonValue& b);
 inline bool operator!=(const JsonValue& a, const JsonValue& b) { return !(a == b); }
 
@@ -390,9 +254,23 @@ class JsonReal final : public JsonValue {
   // only passed through is written back exactly as it was read.
   JsonReal(std::string&& text, int digits);
   JsonReal(uint64_t digitsValue, const Shape& shape, int digits);
-  JsonReal(const JsonReal& other);
+  // The copy starts in the state the source is in now: pending text stays
+  // pending, a settled value stays settled.
+  JsonReal(const JsonReal& other) : JsonValue(Real), fBits(0) {
+    Form form = other.Load();
+    if (form.State() == kText) {
+      CopyText(form);
+      return;
+    }
+    fBits = form.bits;
+    SetFormUnshared(form.word);
+  }
   JsonReal& operator=(const JsonReal&) = delete;
-  ~JsonReal() override;
+  // The last owner is the only one left to look: no settle can be under way.
+  ~JsonReal() override {
+    if ((StateByte().load(std::memory_order_relaxed) & kStateMask) == kText)
+      DeleteText(Bits().load(std::memory_order_relaxed));
+  }
 
   // The first read converts pending text; every reader on every thread sees
   // the text until then and the value afterwards (see Settle).
@@ -466,6 +344,8 @@ class JsonReal final : public JsonValue {
     fAux16 = static_cast<uint16_t>(form >> 8);
   }
   [[gnu::noinline]] double SettleAndGet() const;
+  void CopyText(const Form& form);
+  static void DeleteText(uint64_t bits);
   static int DigitsOf(const Form& form);
   // Appends the pending source text of `form`.
   static void AppendText(const Form& form, std::string& out);
@@ -882,14 +762,6 @@ bool Parse4HexDigits(const std::string& text, ParserContext& ctx, unsigned short
 // Decodes the MessagePack string whose type byte `code` was consumed.
 bool ParseStringFromMsgPack(unsigned char code, const char*& cur, const char* end,
                             ParserContext& ctx, std::string& out);
-
-// Byte order: the library assumes a little-endian host and always swaps.
-inline uint16_t Reverse16(uint16_t v) { return __builtin_bswap16(v); }
-inline uint32_t Reverse32(uint32_t v) { return __builtin_bswap32(v); }
-inline uint64_t Reverse64(uint64_t v) { return __builtin_bswap64(v); }
-inline uint16_t BigEndian16(uint16_t v) { return Reverse16(v); }
-inline uint32_t BigEndian32(uint32_t v) { return Reverse32(v); }
-inline uint64_t BigEndian64(uint64_t v) { return Reverse64(v); }
 
 // The growable byte sink of the MessagePack writer: output goes into a chain
 // of heap blocks whose sizes double, every reservation is contiguous, and

@@ -1,11 +1,229 @@
-// Internals of the value library that its sources share and its tests may
-// look at; not part of the library's interface.
+// Internals that the value library's sources share: byte loads and scans,
+// the MessagePack type codes, number bounds and formatting, node deletion,
+// the member-key hash. Not part of the library's interface; tests may look.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
+#include <string>
+#include <utility>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
+#include "Mjson.h"
+#include "MjsonPool.h"
+
+namespace mjson {
+
+// ---------------------------------------------------------------------------
+// Number bounds
+
+// 2^63 as a double: the first double above every signed 64-bit integer.
+// The largest such integer, 2^63 - 1, rounds to it as a double too.
+inline constexpr double kTwoTo63 = 9223372036854775808.0;
+
+// ---------------------------------------------------------------------------
+// Byte loads and scans, eight or sixteen bytes at a time. The lane tricks
+// read a word's bytes in memory order, which is little-endian order.
+
+inline constexpr uint64_t kOnes = 0x0101010101010101ull;
+inline constexpr uint64_t kHighs = 0x8080808080808080ull;
+
+inline uint64_t Load8(const char* p) {
+  uint64_t w;
+  memcpy(&w, p, 8);
+  return w;
+}
+
+// Bit 7 of each byte lane is set where the lane is zero (exact for the
+// first such lane, which is all that callers use).
+inline uint64_t ZeroLanes(uint64_t w) { return (w - kOnes) & ~w & kHighs; }
+
+// Lanes holding a double quote, a backslash or a control byte.
+inline uint64_t SpecialLanes(uint64_t w) {
+  uint64_t quote = ZeroLanes(w ^ (kOnes * '"'));
+  uint64_t backslash = ZeroLanes(w ^ (kOnes * '\\'));
+  uint64_t control = (w - kOnes * 0x20) & ~w & kHighs;
+  return quote | backslash | control;
+}
+
+inline bool IsSpecialByte(unsigned char c) { return c == '"' || c == '\\' || c < 0x20; }
+
+// The first double quote, backslash or control byte at or after `p`, or
+// `end` when there is none: where a string ends or needs escaping.
+inline const char* FindSpecial(const char* p, const char* end) {
+#if defined(__SSE2__)
+  const __m128i quote = _mm_set1_epi8('"');
+  const __m128i backslash = _mm_set1_epi8('\\');
+  const __m128i below = _mm_set1_epi8(0x1F);
+  while (end - p >= 16) {
+    __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+    // Control bytes are those that stay unchanged under an unsigned min with 0x1F.
+    __m128i special =
+        _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi8(v, quote), _mm_cmpeq_epi8(v, backslash)),
+                     _mm_cmpeq_epi8(_mm_min_epu8(v, below), v));
+    int mask = _mm_movemask_epi8(special);
+    if (mask) return p + __builtin_ctz(static_cast<unsigned>(mask));
+    p += 16;
+  }
+#endif
+  while (end - p >= 8) {
+    uint64_t lanes = SpecialLanes(Load8(p));
+    if (lanes) return p + (__builtin_ctzll(lanes) >> 3);
+    p += 8;
+  }
+  while (p < end && !IsSpecialByte(static_cast<unsigned char>(*p))) ++p;
+  return p;
+}
+
+inline bool IsDigit(char c) { return c >= '0' && c <= '9'; }
+
+// ---------------------------------------------------------------------------
+// MessagePack type codes, as the format defines them. Codes that carry a
+// value in their low bits are the first code of their range.
+
+namespace msgpack {
+
+enum Code : uint8_t {
+  kPositiveFixInt = 0x00,  // 0x00..0x7F: the value itself
+  kFixMap = 0x80,          // 0x80..0x8F: a map of up to 15 pairs
+  kFixArray = 0x90,        // 0x90..0x9F: an array of up to 15 elements
+  kFixStr = 0xA0,          // 0xA0..0xBF: a string of up to 31 bytes
+  kNil = 0xC0,
+  kFalse = 0xC2,
+  kTrue = 0xC3,
+  kFloat32 = 0xCA,
+  kFloat64 = 0xCB,
+  kUInt8 = 0xCC,
+  kUInt16 = 0xCD,
+  kUInt32 = 0xCE,
+  kUInt64 = 0xCF,
+  kInt8 = 0xD0,
+  kInt16 = 0xD1,
+  kInt32 = 0xD2,
+  kInt64 = 0xD3,
+  kStr8 = 0xD9,
+  kStr16 = 0xDA,
+  kStr32 = 0xDB,
+  kArray16 = 0xDC,
+  kArray32 = 0xDD,
+  kMap16 = 0xDE,
+  kMap32 = 0xDF,
+  kNegativeFixInt = 0xE0,  // 0xE0..0xFF: -32..-1
+};
+
+inline constexpr uint8_t kFixCountMask = 0x0F;   // count bits of fixmap and fixarray
+inline constexpr uint8_t kFixStrLengthMask = 0x1F;
+inline constexpr size_t kFixCountLimit = 16;     // counts below this fit a fix code
+inline constexpr size_t kFixStrLimit = 32;       // lengths below this fit fixstr
+
+// True for the type codes of arrays and maps.
+inline bool IsContainerCode(unsigned char code) {
+  return (code >= kFixMap && code < kFixStr) || (code >= kArray16 && code <= kMap32);
+}
+
+}  // namespace msgpack
+
+// ---------------------------------------------------------------------------
+// Number formatting (MjsonNumber.cpp), shared by the text writer's loops.
+
+// An integer as the writer spells it, with the writer's own digit count.
+void AppendInteger(std::string& out, long long raw, bool largeUnsigned);
+// A real: with `digits` significant digits when it came from text, else in
+// the form the writer gives reals made by code.
+void AppendReal(std::string& out, double v, int digits);
+
+// ---------------------------------------------------------------------------
+// Ownership
+
+// A new reference to `value` (or null) for a container to own.
+inline JsonValue* NewReference(const JsonAutoRefPtr<JsonValue>& value) {
+  return JsonShare(value.get()).release();
+}
+
+// Deep copy, without recursion over the depth of the tree (MjsonValue.cpp).
+// A friend of the containers, which copy through it.
+}  // namespace mjson
+
+class TreeCopier {
+ public:
+  // Copies the children of `src` into the empty container `dst` of the same
+  // type, and their children, on a stack of its own.
+  static void CopyChildren(JsonValue* dst, const JsonValue* src);
+  // A copy of `v` with all its own fields but none of its children.
+  static JsonValue* ShallowCopy(const JsonValue& v);
+};
+
+namespace mjson {
+
+// ---------------------------------------------------------------------------
+// Ending a read
+
+// What text and MessagePack reads share after the value: blanks may
+// follow, nothing else may. Returns `value`, or null with the error set.
+JsonAutoRefPtr<JsonValue> FinishRead(const std::string& input, ParserContext& ctx,
+                                     JsonAutoRefPtr<JsonValue> value);
+
+}  // namespace mjson
 
 // The hash that objects index their members with first. It has no secret:
 // keys can be chosen to collide under it, and an object whose probe runs
 // grow long moves to a hash keyed per process instead.
 uint64_t MjsonFastKeyHash(const char* p, size_t n);
+
+// ---------------------------------------------------------------------------
+// Deleting nodes
+
+namespace mjson {
+
+// A new node from the pool, with the pool's fast path inline (operator new
+// of JsonValue is a call). Deleting it the usual way gives it back.
+template <class T, class... Args>
+inline T* NewNode(Args&&... args) {
+  void* memory = pool::Allocate(sizeof(T));
+  try {
+    return ::new (memory) T(std::forward<Args>(args)...);
+  } catch (...) {
+    pool::Free(memory, sizeof(T));
+    throw;
+  }
+}
+
+// Destroys a node whose last reference is gone and hands its memory to the
+// pool, through the node's own (final) class: no virtual call, and the
+// pool's fast path inline wherever this is used.
+template <class T>
+inline void DeleteNode(const T* node) noexcept {
+  node->~T();
+  pool::Free(const_cast<T*>(node), sizeof(T));
+}
+
+}  // namespace mjson
+
+// A container drops its reference to a child. A scalar owned by the
+// container alone is deleted on the spot: it has no children of its own, so
+// it needs no place in the queue that keeps freeing iterative.
+inline void JsonValue::ReleaseChild(const JsonValue* v) noexcept {
+  if (v->SoleOwner()) {
+    switch (v->fType) {
+      case String:
+        return mjson::DeleteNode(static_cast<const JsonString*>(v));
+      case Integer:
+        return mjson::DeleteNode(static_cast<const JsonInteger*>(v));
+      case Real:
+        return mjson::DeleteNode(static_cast<const JsonReal*>(v));
+      case True:
+        return mjson::DeleteNode(static_cast<const JsonTrue*>(v));
+      case False:
+        return mjson::DeleteNode(static_cast<const JsonFalse*>(v));
+      case Null:
+        return mjson::DeleteNode(static_cast<const JsonNull*>(v));
+      default:
+        break;
+    }
+  }
+  v->Release();
+}

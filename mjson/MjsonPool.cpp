@@ -101,7 +101,7 @@ void JsonUseCounted::Destroy() const noexcept {
 // Builds under AddressSanitizer use the plain heap, so that use after free
 // and overruns stay visible to it.
 
-namespace mjson_pool {
+namespace mjson::pool {
 namespace {
 
 constexpr size_t kSlabBytes = 64 * 1024;
@@ -368,8 +368,12 @@ void FreeUnpooled(void* p, size_t size) noexcept {
   if (kPoolNodes && size >= kLargeBlock) ReturnFreedPages();
 }
 
-}  // namespace mjson_pool
+}  // namespace mjson::pool
 
-void* JsonPoolAllocate(size_t size) { return mjson_pool::Allocate(size); }
+void* JsonPoolAllocate(size_t size) { return mjson::pool::Allocate(size); }
 
-void JsonPoolFree(void* p, size_t size) noexcept { mjson_pool::Free(p, size); }
+void JsonPoolFree(void* p, size_t size) noexcept { mjson::pool::Free(p, size); }
+
+void* JsonValue::operator new(size_t size) { return mjson::pool::Allocate(size); }
+
+void JsonValue::operator delete(void* p, size_t size) noexcept { mjson::pool::Free(p, size); }

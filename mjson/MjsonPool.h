@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <new>
 
-namespace mjson_pool {
+namespace mjson::pool {
 
 // Builds under AddressSanitizer use the plain heap, so that use after free
 // and overruns stay visible to it; so does any build that defines
@@ -98,4 +98,4 @@ inline void Free(void* p, size_t size) noexcept {
   --c.room;
 }
 
-}  // namespace mjson_pool
+}  // namespace mjson::pool

@@ -1,0 +1,653 @@
+// Reading JSON text: whitespace and strings, and the strict parser, which
+// walks containers with an explicit stack so that document depth is bounded
+// by memory alone.
+#include <string.h>
+
+#include "Mjson.h"
+#include "MjsonInternal.h"
+#include "MjsonScratch.h"
+
+using mjson::FindSpecial;
+using mjson::IsDigit;
+using mjson::kOnes;
+using mjson::Load8;
+
+// ---------------------------------------------------------------------------
+// Lexical steps
+
+void JsonValue::SkipBOM(const std::string& text, ParserContext& ctx) {
+  size_t p = ctx.fPosition;
+  if (p + 3 <= text.size() && static_cast<unsigned char>(text[p]) == 0xEF &&
+      static_cast<unsigned char>(text[p + 1]) == 0xBB &&
+      static_cast<unsigned char>(text[p + 2]) == 0xBF)
+    ctx.fPosition = p + 3;
+}
+
+void JsonValue::SkipWhitespace(const std::string& text, ParserContext& ctx) {
+  const char* data = text.data();
+  size_t n = text.size();
+  size_t p = ctx.fPosition;
+  while (p < n) {
+    char c = data[p];
+    if (static_cast<unsigned char>(c) > ' ') break;
+    if (c == ' ' || c == '\t') {
+      ++p;
+      // Indentation comes in runs of blanks.
+#if defined(__SSE2__)
+      while (n - p >= 16) {
+        unsigned blanks = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(
+            _mm_loadu_si128(reinterpret_cast<const __m128i*>(data + p)), _mm_set1_epi8(' '))));
+        if (blanks != 0xFFFF) {
+          p += static_cast<size_t>(__builtin_ctz(~blanks));
+          break;
+        }
+        p += 16;
+      }
+#else
+      while (n - p >= 8 && Load8(data + p) == kOnes * ' ') p += 8;
+#endif
+    } else if (c == '\n' || c == '\r') {
+      ++p;
+      // CR LF and LF CR are one break; CR CR is two.
+      char other = c == '\n' ? '\r' : '\n';
+      if (p < n && data[p] == other) ++p;
+      ++ctx.fLine;
+      ctx.fLineStart = p;
+    } else {
+      break;
+    }
+  }
+  ctx.fPosition = p;
+}
+
+bool JsonValue::ParseString(const std::string& text, std::string& out, ParserContext& ctx) {
+  const char* data = text.data();
+  const char* end = data + text.size();
+  size_t pos = ctx.fPosition;
+  if (pos >= text.size() || data[pos] != '"') {
+    out.clear();
+    return false;
+  }
+  const char* start = data + pos + 1;
+  const char* p = FindSpecial(start, end);
+  if (p < end && *p == '"') {
+    out.assign(start, p);
+    ctx.fPosition = static_cast<size_t>(p + 1 - data);
+  } else {
+    out.assign(start, p);
+    bool failed = false;
+    for (;;) {
+      if (p >= end) {
+        failed = true;
+        break;
+      }
+      unsigned char c = static_cast<unsigned char>(*p);
+      if (c == '"') {
+        ++p;
+        break;
+      }
+      if (c < 0x20) {
+        ctx.fPosition = static_cast<size_t>(p - data);
+        if (ctx.fError.empty()) ctx.fError = "control character must be quoted";
+        failed = true;
+        break;
+      }
+      if (c != '\\') {
+        const char* run = FindSpecial(p, end);
+        out.append(p, run);
+        p = run;
+        continue;
+      }
+      // A backslash that ends the text is an ordinary byte.
+      if (p + 1 >= end) {
+        out.push_back('\\');
+        ++p;
+        continue;
+      }
+      char e = p[1];
+      p += 2;
+      switch (e) {
+        case '"':
+        case '\\':
+        case '/':
+          out.push_back(e);
+          break;
+        case 'b':
+          out.push_back('\b');
+          break;
+        case 'f':
+          out.push_back('\f');
+          break;
+        case 'n':
+          out.push_back('\n');
+          break;
+        case 'r':
+          out.push_back('\r');
+          break;
+        case 't':
+          out.push_back('\t');
+          break;
+        case 'u': {
+          ctx.fPosition = static_cast<size_t>(p - data);
+          unsigned short code = 0;
+          if (end - p < 5 || !Parse4HexDigits(text, ctx, code)) {
+            if (ctx.fError.empty()) ctx.fError = "incorrect utf16 char quoting";
+            failed = true;
+            break;
+          }
+          p = data + ctx.fPosition;
+          if (code >= 0xD800 && code <= 0xDBFF && end - p > 6 && p[0] == '\\' && p[1] == 'u') {
+            ctx.fPosition += 2;
+            unsigned short low = 0;
+            if (!Parse4HexDigits(text, ctx, low)) {
+              if (ctx.fError.empty()) ctx.fError = "incorrect utf32 char quoting";
+              failed = true;
+              break;
+            }
+            p = data + ctx.fPosition;
+            if (low >= 0xDC00 && low <= 0xDFFF) {
+              // Joined with OR, not addition: for high surrogates from
+              // D840 up, bit 16 merges instead of carrying. Kept on purpose.
+              unsigned cp = ((static_cast<unsigned>(code) - 0xD800) << 10) |
+                            (static_cast<unsigned>(low) - 0xDC00) | 0x10000;
+              AppendUnicodeAsUTF8(out, cp);
+            } else {
+              AppendUnicodeAsUTF8(out, code);
+              AppendUnicodeAsUTF8(out, low);
+            }
+          } else {
+            AppendUnicodeAsUTF8(out, code);
+          }
+          break;
+        }
+        default:
+          ctx.fPosition = static_cast<size_t>(p - 1 - data);
+          if (ctx.fError.empty()) ctx.fError = "illegally quoted character";
+          failed = true;
+          break;
+      }
+      if (failed) break;
+    }
+    if (failed) {
+      out.clear();
+      if (ctx.fError.empty()) ctx.fError = "string quote sign expected";
+      if (p >= end) ctx.fPosition = text.size();
+      return false;
+    }
+    ctx.fPosition = static_cast<size_t>(p - data);
+  }
+  if (ctx.fNoUTF8Check || ctx.fInputIsUTF8) return true;
+  size_t badPos = 0;
+  if (IsUTF8(out, &badPos)) return true;
+  out.resize(std::min<size_t>(badPos, 20));
+  ctx.fPosition += badPos;
+  ctx.fError = "illegal UTF8 character found at position " + std::to_string(badPos);
+  if (!out.empty()) {
+    ctx.fError += " in string which starts with \"";
+    ctx.fError += out;
+    ctx.fError += '"';
+  }
+  out.clear();
+  return false;
+}
+
+// ---------------------------------------------------------------------------
+// The parser
+
+namespace {
+
+// How the next value must look.
+enum class ValueMode : uint8_t {
+  kAny,           // any value; objects become compiled objects when a table is given
+  kCompiledOnly,  // an object, parsed against the table
+  kObjectOnly,    // a plain object
+  kArrayOnly,     // an array whose elements are compiled objects when a table is given
+};
+
+class TextParser {
+ public:
+  TextParser(const std::string& text, ParserContext& ctx) : fText(text), fCtx(ctx) {}
+
+  ~TextParser() {
+    for (JsonObject::Member& m : fPairs)
+      if (m.value) m.value->Release();
+    for (JsonValue* v : fValues) v->Release();
+    for (Frame& f : fFrames)
+      if (f.compiled) f.compiled->Release();
+  }
+
+  JsonValue* Run(ValueMode mode, const JsonCompiledObjectContext* table);
+
+ private:
+  enum class Kind : uint8_t { kObject, kArray, kCompiled };
+  struct Frame {
+    Kind kind;
+    char previous;  // the byte examined on the previous pass
+    bool droppingValue;  // compiled: the pending value belongs to an unknown key
+    size_t base;         // first scratch entry of this frame
+    size_t count;        // pairs or elements parsed so far
+    size_t slot;         // compiled: slot of the pending value
+    const JsonCompiledObjectContext* table;  // compiled: its table; array: element table
+    JsonCompiledObject* compiled;
+  };
+
+  bool AtEnd() const { return fCtx.fPosition >= fText.size(); }
+  char Peek() const { return fText[fCtx.fPosition]; }
+  void Fail(const char* message) {
+    if (fCtx.fError.empty()) fCtx.fError = message;
+  }
+  // Most tokens are followed by nothing or by one blank; only longer runs
+  // and line breaks take the full scan.
+  void SkipWs() {
+    const size_t p = fCtx.fPosition;
+    const size_t n = fText.size();
+    const unsigned char* data = reinterpret_cast<const unsigned char*>(fText.data());
+    if (p < n && data[p] > ' ') return;
+    if (n - p >= 2 && data[p] == ' ' && data[p + 1] > ' ') {
+      fCtx.fPosition = p + 1;
+      return;
+    }
+    JsonValue::SkipWhitespace(fText, fCtx);
+  }
+
+  // The string at the cursor. One without escapes, in input already known
+  // to be UTF-8, is a span of the input itself; any other is decoded and
+  // checked into fKey by the full routine. Either way `out` is valid until
+  // the next string is scanned.
+  bool ScanString(std::string_view& out) {
+    const char* data = fText.data();
+    const char* end = data + fText.size();
+    const size_t pos = fCtx.fPosition;
+    if (pos < fText.size() && data[pos] == '"' && (fCtx.fNoUTF8Check || fCtx.fInputIsUTF8)) {
+      const char* start = data + pos + 1;
+      const char* p = FindSpecial(start, end);
+      if (p < end && *p == '"') {
+        out = std::string_view(start, static_cast<size_t>(p - start));
+        fCtx.fPosition = static_cast<size_t>(p + 1 - data);
+        return true;
+      }
+    }
+    if (!JsonValue::ParseString(fText, fKey, fCtx)) return false;
+    out = fKey;
+    return true;
+  }
+
+  // Starts a value: returns a finished scalar, or pushes a container frame
+  // and returns null with `*opened` set; null without `*opened` is failure.
+  JsonValue* BeginValue(ValueMode mode, const JsonCompiledObjectContext* table, bool* opened);
+  JsonValue* ParseScalar();
+  void OpenFrame(Kind kind, const JsonCompiledObjectContext* table);
+  // One step of the top frame. Returns a finished container, or null with
+  // `*next` describing the value to parse next; null with no next value and
+  // an error means failure.
+  JsonValue* StepFrame(bool* wantValue, ValueMode* mode, const JsonCompiledObjectContext** table);
+  bool Attach(JsonValue* value);
+  void Unwind(bool failedInValue);
+
+  const std::string& fText;
+  ParserContext& fCtx;
+  Scratch<Frame> fFramesScratch;
+  std::vector<Frame>& fFrames = fFramesScratch.Get();
+  Scratch<JsonObject::Member> fPairsScratch;
+  std::vector<JsonObject::Member>& fPairs = fPairsScratch.Get();
+  Scratch<JsonValue*> fValuesScratch;
+  std::vector<JsonValue*>& fValues = fValuesScratch.Get();
+  std::string fKey;
+};
+
+JsonValue* TextParser::ParseScalar() {
+  const std::string& t = fText;
+  size_t p = fCtx.fPosition;
+  char c = t[p];
+  switch (c) {
+    case '"': {
+      std::string_view s;
+      if (!ScanString(s)) return nullptr;
+      return mjson::NewNode<JsonString>(s, JsonString::Trusted{});
+    }
+    case 't':
+      if (t.size() - p >= 4 && memcmp(t.data() + p, "true", 4) == 0) {
+        fCtx.fPosition = p + 4;
+        return mjson::NewNode<JsonTrue>();
+      }
+      break;
+    case 'f':
+      if (t.size() - p >= 5 && memcmp(t.data() + p, "false", 5) == 0) {
+        fCtx.fPosition = p + 5;
+        return mjson::NewNode<JsonFalse>();
+      }
+      break;
+    case 'n':
+      if (t.size() - p >= 4 && memcmp(t.data() + p, "null", 4) == 0) {
+        fCtx.fPosition = p + 4;
+        return mjson::NewNode<JsonNull>();
+      }
+      break;
+    default:
+      if (c == '-' || IsDigit(c)) return JsonValue::ParseNumber(t, fCtx);
+      break;
+  }
+  Fail("not a JSON value");
+  return nullptr;
+}
+
+void TextParser::OpenFrame(Kind kind, const JsonCompiledObjectContext* table) {
+  Frame f{};
+  f.kind = kind;
+  f.previous = fText[fCtx.fPosition];
+  f.table = table;
+  if (kind == Kind::kCompiled) {
+    f.compiled = mjson::NewNode<JsonCompiledObject>(table);
+  } else {
+    f.base = kind == Kind::kObject ? fPairs.size() : fValues.size();
+  }
+  fFrames.push_back(f);
+  ++fCtx.fPosition;  // the opening bracket
+  SkipWs();
+}
+
+JsonValue* TextParser::BeginValue(ValueMode mode, const JsonCompiledObjectContext* table,
+                                  bool* opened) {
+  *opened = false;
+  switch (mode) {
+    case ValueMode::kCompiledOnly:
+      if (!table || AtEnd() || Peek() != '{') {
+        Fail("illegal compiled object");
+        return nullptr;
+      }
+      OpenFrame(Kind::kCompiled, table);
+      *opened = true;
+      return nullptr;
+    case ValueMode::kObjectOnly:
+      if (AtEnd() || Peek() != '{') {
+        Fail("illegal object");
+        return nullptr;
+      }
+      OpenFrame(Kind::kObject, nullptr);
+      *opened = true;
+      return nullptr;
+    case ValueMode::kArrayOnly:
+      if (AtEnd() || Peek() != '[') {
+        Fail("illegal array");
+        return nullptr;
+      }
+      OpenFrame(Kind::kArray, table);
+      *opened = true;
+      return nullptr;
+    case ValueMode::kAny:
+      break;
+  }
+  if (AtEnd()) {
+    Fail("unexpected end of input");
+    return nullptr;
+  }
+  char c = Peek();
+  if (c == '{') {
+    OpenFrame(table ? Kind::kCompiled : Kind::kObject, table);
+    *opened = true;
+    return nullptr;
+  }
+  if (c == '[') {
+    OpenFrame(Kind::kArray, table);
+    *opened = true;
+    return nullptr;
+  }
+  return ParseScalar();
+}
+
+JsonValue* TextParser::StepFrame(bool* wantValue, ValueMode* mode,
+                                 const JsonCompiledObjectContext** table) {
+  *wantValue = false;
+  Frame& f = fFrames.back();
+  const bool isArray = f.kind == Kind::kArray;
+  const bool isCompiled = f.kind == Kind::kCompiled;
+  for (;;) {
+    if (AtEnd()) {
+      Fail(isArray ? "illegal array" : isCompiled ? "illegal compiled object" : "illegal object");
+      return nullptr;
+    }
+    char c = Peek();
+    bool empty = isCompiled ? f.compiled->Empty() : f.count == 0;
+    if (c == (isArray ? ']' : '}')) {
+      if (f.previous == ',') {
+        Fail(isArray ? "array must not end with comma"
+             : isCompiled ? "object list must not end with comma"
+                          : "object list must not end with a comma");
+        return nullptr;
+      }
+      ++fCtx.fPosition;
+      SkipWs();
+      JsonValue* done;
+      if (isArray) {
+        auto* array = mjson::NewNode<JsonArray>();
+        array->AdoptValues(fValues.data() + f.base, fValues.size() - f.base);
+        fValues.resize(f.base);
+        done = array;
+      } else if (isCompiled) {
+        done = f.compiled;
+        f.compiled = nullptr;
+      } else {
+        auto* object = mjson::NewNode<JsonObject>(fCtx.fKeepObjectOrder);
+        object->AdoptMembers(fPairs.data() + f.base, fPairs.size() - f.base);
+        fPairs.resize(f.base);
+        done = object;
+      }
+      fFrames.pop_back();
+      return done;
+    }
+    if (c == ',') {
+      if (f.previous == ',' || empty) {
+        Fail(isArray ? "expected value in front before comma"
+                     : "expected key value pair in front before comma");
+        return nullptr;
+      }
+      f.previous = ',';
+      ++fCtx.fPosition;
+      SkipWs();
+      continue;
+    }
+    if (f.previous != ',' && !empty) {
+      Fail(isArray ? "comma separator expected between values"
+                   : "comma separator expected between key value pairs");
+      return nullptr;
+    }
+    f.previous = c;
+    *wantValue = true;
+    if (isArray) {
+      *mode = f.table ? ValueMode::kCompiledOnly : ValueMode::kAny;
+      *table = f.table;
+      return nullptr;
+    }
+    // A key, a colon, and then the value.
+    std::string_view key;
+    if (!ScanString(key)) {
+      if (fCtx.fError.empty())
+        fCtx.fError = "key (string) expected";
+      else
+        fCtx.fError += " while parsing a key";
+      *wantValue = false;
+      return nullptr;
+    }
+    SkipWs();
+    if (AtEnd() || Peek() != ':') {
+      Fail("colon expected");
+      *wantValue = false;
+      return nullptr;
+    }
+    ++fCtx.fPosition;
+    SkipWs();
+    *mode = ValueMode::kAny;
+    *table = nullptr;
+    if (!isCompiled) {
+      fPairs.emplace_back(key.data(), key.size());
+      return nullptr;
+    }
+    if (key.data() != fKey.data()) fKey.assign(key);
+    size_t slot = f.table->GetIndexForKey(fKey);
+    f.slot = slot;
+    f.droppingValue = slot >= f.compiled->SlotCount();
+    if (!f.droppingValue) {
+      unsigned short flags = f.table->KeyFlags(slot);
+      const JsonCompiledObjectContext* sub = f.table->SubContext(slot);
+      if ((flags & JsonCompiledObjectContext::kCompiledObject) && sub) {
+        *mode = ValueMode::kCompiledOnly;
+        *table = sub;
+      } else if (flags & JsonCompiledObjectContext::kPlainObject) {
+        *mode = ValueMode::kObjectOnly;
+      } else if (flags & JsonCompiledObjectContext::kArrayMask) {
+        *mode = ValueMode::kArrayOnly;
+        *table = sub;
+      }
+    }
+    return nullptr;
+  }
+}
+
+bool TextParser::Attach(JsonValue* value) {
+  Frame& f = fFrames.back();
+  ++f.count;
+  switch (f.kind) {
+    case Kind::kArray:
+      fValues.push_back(value);
+      break;
+    case Kind::kObject:
+      fPairs.back().value = value;
+      break;
+    case Kind::kCompiled:
+      if (f.droppingValue) {
+        value->Release();
+        // For compiled objects this option rejects keys the table lacks.
+        if (fCtx.fFailOnDuplicateKey) {
+          Fail("duplicate key");
+          return false;
+        }
+      } else {
+        f.compiled->InsertValueInternal(f.slot, value);
+      }
+      break;
+  }
+  SkipWs();
+  return true;
+}
+
+void TextParser::Unwind(bool failedInValue) {
+  // Every enclosing level adds its phrase, so the message tells how deep
+  // the failure lay.
+  while (!fFrames.empty()) {
+    Frame& f = fFrames.back();
+    if (failedInValue) {
+      if (f.kind == Kind::kObject) {
+        if (!fCtx.fError.empty()) fCtx.fError += " while parsing a value";
+      } else if (f.kind == Kind::kCompiled) {
+        if (fCtx.fError.empty())
+          fCtx.fError = "value is not of expected type";
+        else
+          fCtx.fError += " while parsing value";
+      }
+    }
+    if (f.kind == Kind::kObject) {
+      for (size_t i = f.base; i < fPairs.size(); ++i)
+        if (fPairs[i].value) fPairs[i].value->Release();
+      fPairs.resize(f.base);
+    } else if (f.kind == Kind::kArray) {
+      for (size_t i = f.base; i < fValues.size(); ++i) fValues[i]->Release();
+      fValues.resize(f.base);
+    } else if (f.compiled) {
+      f.compiled->Release();
+    }
+    fFrames.pop_back();
+    failedInValue = true;
+  }
+}
+
+JsonValue* TextParser::Run(ValueMode mode, const JsonCompiledObjectContext* table) {
+  bool opened = false;
+  JsonValue* value = BeginValue(mode, table, &opened);
+  for (;;) {
+    if (!value && !opened) {
+      Unwind(true);
+      return nullptr;
+    }
+    while (value) {
+      if (fFrames.empty()) return value;
+      if (!Attach(value)) {
+        Unwind(false);
+        return nullptr;
+      }
+      value = nullptr;
+    }
+    // Step the top frame until it closes or asks for a value.
+    bool wantValue = false;
+    value = StepFrame(&wantValue, &mode, &table);
+    if (value) continue;
+    if (!wantValue) {
+      Unwind(false);
+      return nullptr;
+    }
+    value = BeginValue(mode, table, &opened);
+  }
+}
+
+}  // namespace
+
+JsonValue* JsonValue::Parse(const std::string& text, ParserContext& ctx,
+                            const JsonCompiledObjectContext* compiled) {
+  return TextParser(text, ctx).Run(ValueMode::kAny, compiled);
+}
+
+JsonValue* JsonObject::Parse(const std::string& text, ParserContext& ctx) {
+  return TextParser(text, ctx).Run(ValueMode::kObjectOnly, nullptr);
+}
+
+JsonValue* JsonArray::Parse(const std::string& text, ParserContext& ctx,
+                            const JsonCompiledObjectContext* compiled) {
+  return TextParser(text, ctx).Run(ValueMode::kArrayOnly, compiled);
+}
+
+JsonValue* JsonCompiledObject::Parse(const std::string& text, ParserContext& ctx,
+                                     const JsonCompiledObjectContext* compiled) {
+  return TextParser(text, ctx).Run(ValueMode::kCompiledOnly, compiled);
+}
+
+JsonAutoRefPtr<JsonValue> JsonValue::ReadFromString(const std::string& text, ParserContext* ctx,
+                                                    const JsonCompiledObjectContext* compiled) {
+  ParserContext local;
+  if (ctx) {
+    if (ctx->fDetectMsgPack && !text.empty()) {
+      unsigned char first = static_cast<unsigned char>(text[0]);
+      if ((first >= 0x80 && first <= 0x9F) || (first >= 0xDC && first <= 0xDF))
+        return ReadFromMsgPack(text, ctx, compiled);
+    }
+    ctx->Reset();
+  } else {
+    ctx = &local;
+  }
+  if (!ctx->fNoUTF8Check && ctx->fCheckInputUTF8) ctx->fInputIsUTF8 = IsUTF8(text);
+  SkipBOM(text, *ctx);
+  SkipWhitespace(text, *ctx);
+  JsonAutoRefPtr<JsonValue> value(Parse(text, *ctx, compiled));
+  if (!value) return value;
+  SkipWhitespace(text, *ctx);
+  if (ctx->fPosition < text.size()) {
+    ctx->fError = "illegal trailing characters after value";
+    return {};
+  }
+  ctx->fCompleted = true;
+  return value;
+}
+
+JsonAutoRefPtr<JsonObject> JsonObject::ReadFromString(const std::string& text,
+                                                      ParserContext* ctx) {
+  return ConvertToObject(JsonValue::ReadFromString(text, ctx, nullptr));
+}
+
+JsonAutoRefPtr<JsonArray> JsonArray::ReadFromString(const std::string& text, ParserContext* ctx,
+                                                    const JsonCompiledObjectContext* compiled) {
+  return ConvertToArray(JsonValue::ReadFromString(text, ctx, compiled));
+}
+
+JsonAutoRefPtr<JsonCompiledObject> JsonCompiledObject::ReadFromString(
+    const std::string& text, const JsonCompiledObjectContext* compiled, ParserContext* ctx) {
+  return ConvertToCompiledObject(JsonValue::ReadFromString(text, ctx, compiled));
+}
+

@@ -1,0 +1,365 @@
+// Writing JSON text, compact and indented, with an explicit stack so that
+// document depth is bounded by memory alone.
+#include <string.h>
+
+#include <vector>
+
+#include "Mjson.h"
+#include "MjsonInternal.h"
+
+using mjson::AppendInteger;
+using mjson::FindSpecial;
+
+// ---------------------------------------------------------------------------
+// Writing scalars
+
+namespace {
+
+constexpr char kHexDigits[] = "0123456789ABCDEF";
+
+void AppendEscapedTail(const char* p, const char* end, std::string& out) {
+  while (p < end) {
+    const char* run = FindSpecial(p, end);
+    out.append(p, run);
+    if (run == end) break;
+    unsigned char c = static_cast<unsigned char>(*run);
+    switch (c) {
+      case '"':
+        out.append("\\\"", 2);
+        break;
+      case '\\':
+        out.append("\\\\", 2);
+        break;
+      case 0x08:
+        out.append("\\b", 2);
+        break;
+      case 0x09:
+        out.append("\\t", 2);
+        break;
+      case 0x0A:
+        out.append("\\n", 2);
+        break;
+      case 0x0C:
+        out.append("\\f", 2);
+        break;
+      case 0x0D:
+        out.append("\\r", 2);
+        break;
+      default: {
+        char buf[6] = {'\\', 'u', '0', '0', kHexDigits[c >> 4], kHexDigits[c & 15]};
+        out.append(buf, 6);
+        break;
+      }
+    }
+    p = run + 1;
+  }
+}
+
+}  // namespace
+
+void AppendQuotedString(std::string_view s, std::string& out) {
+  const char* p = s.data();
+  const char* end = p + s.size();
+  const char* first = FindSpecial(p, end);
+  if (first == end) {
+    out.append(p, s.size());
+    return;
+  }
+  out.append(p, first);
+  AppendEscapedTail(first, end, out);
+}
+
+void AppendQuotedString(const std::string& s, std::string& out) {
+  AppendQuotedString(std::string_view(s), out);
+}
+
+void PrettyPrintStartNewLine(std::string& out, const std::string& indentUnit,
+                             const std::string& newline, int depth) {
+  out.append(newline);
+  for (int i = 0; i < depth; ++i) out.append(indentUnit);
+}
+
+void JsonString::AppendToString(std::string& out) const {
+  out.push_back('"');
+  AppendQuotedString(std::string_view(fValue), out);
+  out.push_back('"');
+}
+
+void JsonTrue::AppendToString(std::string& out) const { out.append("true", 4); }
+void JsonFalse::AppendToString(std::string& out) const { out.append("false", 5); }
+void JsonNull::AppendToString(std::string& out) const { out.append("null", 4); }
+
+// ---------------------------------------------------------------------------
+// Writing containers
+
+namespace {
+
+struct Layout {
+  const std::string* indentUnit;  // null for the compact form
+  const std::string* newline;
+};
+
+struct WriteFrame {
+  const JsonValue* container;
+  size_t next;
+  int depth;
+  bool wroteAny;
+};
+
+inline void AppendKey(std::string& out, std::string_view key, const char* after, size_t n) {
+  out.push_back('"');
+  AppendQuotedString(key, out);
+  out.append(after, n);
+}
+
+// A scalar as text; false, writing nothing, for a container. Both layouts
+// write scalars alike.
+inline bool WriteScalar(const JsonValue* v, std::string& out) {
+  switch (v->Type()) {
+    case JsonValue::String: {
+      out.push_back('"');
+      AppendQuotedString(static_cast<const JsonString*>(v)->Value(), out);
+      out.push_back('"');
+      return true;
+    }
+    case JsonValue::Integer: {
+      auto* i = static_cast<const JsonInteger*>(v);
+      AppendInteger(out, i->RawValue(), i->IsLargeUnsigned());
+      return true;
+    }
+    case JsonValue::Real:
+      static_cast<const JsonReal*>(v)->AppendToString(out);
+      return true;
+    case JsonValue::Object:
+    case JsonValue::Array:
+    case JsonValue::CompiledObject:
+      return false;
+    default:
+      v->AppendToString(out);
+      return true;
+  }
+}
+
+// The compact form, on its own loop: the common case, and the one where the
+// indented form's bookkeeping shows most. Children are written in runs up
+// to the next container child; a frame opens only for a container that
+// holds containers, so small leaf containers never touch the stack. Empty
+// element and member slots are stepped over, as in the indented form.
+
+struct CompactFrame {
+  const void* cur;  // the next child not yet written
+  const void* end;
+  bool isArray;
+  bool wroteAny;
+};
+
+// Writes elements from `cur` up to the first container, whose separator is
+// written; returns it, or `end` when the run reached the end.
+inline JsonValue* const* WriteCompactElements(JsonValue* const* cur, JsonValue* const* end,
+                                              bool& wroteAny, std::string& out) {
+  for (; cur != end; ++cur) {
+    if (!*cur) continue;
+    if (wroteAny) out.push_back(',');
+    wroteAny = true;
+    if (!WriteScalar(*cur, out)) break;
+  }
+  return cur;
+}
+
+// The same for members; the key of the member left for the caller is
+// written.
+inline const JsonObject::Member* WriteCompactMembers(const JsonObject::Member* m,
+                                                     const JsonObject::Member* end,
+                                                     bool& wroteAny, std::string& out) {
+  for (; m != end; ++m) {
+    if (!m->value) continue;
+    if (wroteAny) out.push_back(',');
+    wroteAny = true;
+    AppendKey(out, m->key, "\":", 2);
+    if (!WriteScalar(m->value, out)) break;
+  }
+  return m;
+}
+
+void WriteTree(const JsonValue* root, std::string& out, const Layout& layout, int depth);
+
+// Opens `v`: writes its bracket and its children up to the first container
+// child, which it returns for opening next with a frame pushed to go on
+// after it; null when `v` is complete.
+inline const JsonValue* OpenCompact(const JsonValue* v, std::vector<CompactFrame>& stack,
+                                    std::string& out) {
+  bool wroteAny = false;
+  if (v->Type() == JsonValue::Array) {
+    const auto& values = static_cast<const JsonArray*>(v)->Values();
+    out.push_back('[');
+    JsonValue* const* end = values.data() + values.size();
+    JsonValue* const* cur = WriteCompactElements(values.data(), end, wroteAny, out);
+    if (cur == end) {
+      out.push_back(']');
+      return nullptr;
+    }
+    stack.push_back({cur + 1, end, true, true});
+    return *cur;
+  }
+  if (v->Type() == JsonValue::Object) {
+    const auto& members = static_cast<const JsonObject*>(v)->Members();
+    out.push_back('{');
+    const JsonObject::Member* end = members.data() + members.size();
+    const JsonObject::Member* m = WriteCompactMembers(members.data(), end, wroteAny, out);
+    if (m == end) {
+      out.push_back('}');
+      return nullptr;
+    }
+    stack.push_back({m + 1, end, false, true});
+    return m->value;
+  }
+  // Compiled objects are rare; the general loop writes them, with all they
+  // hold, on its own stack.
+  WriteTree(v, out, {nullptr, nullptr}, 0);
+  return nullptr;
+}
+
+void WriteCompactTree(const JsonValue* root, std::string& out) {
+  std::vector<CompactFrame> stack;
+  const JsonValue* next = root;  // a container to open
+  for (;;) {
+    while (next) next = OpenCompact(next, stack, out);
+    if (stack.empty()) return;
+    CompactFrame& f = stack.back();
+    if (f.isArray) {
+      auto* end = static_cast<JsonValue* const*>(f.end);
+      auto* cur = WriteCompactElements(static_cast<JsonValue* const*>(f.cur), end, f.wroteAny, out);
+      if (cur != end) {
+        next = *cur;
+        f.cur = cur + 1;
+        continue;
+      }
+      out.push_back(']');
+    } else {
+      auto* end = static_cast<const JsonObject::Member*>(f.end);
+      auto* m =
+          WriteCompactMembers(static_cast<const JsonObject::Member*>(f.cur), end, f.wroteAny, out);
+      if (m != end) {
+        next = m->value;
+        f.cur = m + 1;
+        continue;
+      }
+      out.push_back('}');
+    }
+    stack.pop_back();
+  }
+}
+
+// Writes `root` (a container) at `depth`. Objects, arrays and compiled
+// objects share one loop; the frame remembers which child comes next.
+void WriteTree(const JsonValue* root, std::string& out, const Layout& layout, int depth) {
+  const bool pretty = layout.indentUnit != nullptr;
+  std::vector<WriteFrame> stack;
+  auto open = [&](const JsonValue* c, int d) {
+    if (c->Type() == JsonValue::Array) {
+      out.push_back('[');
+    } else {
+      out.push_back('{');
+      // A compiled object without a key table writes as an empty object.
+      if (c->Type() == JsonValue::CompiledObject &&
+          !static_cast<const JsonCompiledObject*>(c)->Context()) {
+        out.push_back('}');
+        return;
+      }
+    }
+    stack.push_back({c, 0, d, false});
+  };
+  open(root, depth);
+  while (!stack.empty()) {
+    WriteFrame& f = stack.back();
+    const JsonValue* child = nullptr;
+    std::string_view key;
+    const char* keyEnd = "\":";
+    size_t keyEndLength = 2;
+    bool hasKey = false;
+    switch (f.container->Type()) {
+      case JsonValue::Array: {
+        auto& values = static_cast<const JsonArray*>(f.container)->Values();
+        while (f.next < values.size() && !values[f.next]) ++f.next;
+        if (f.next < values.size()) child = values[f.next++];
+        break;
+      }
+      case JsonValue::Object: {
+        auto& members = static_cast<const JsonObject*>(f.container)->Members();
+        while (f.next < members.size() && !members[f.next].value) ++f.next;
+        if (f.next < members.size()) {
+          const JsonObject::Member& m = members[f.next++];
+          child = m.value;
+          key = m.key;
+          hasKey = true;
+          if (pretty) {
+            keyEnd = "\": ";
+            keyEndLength = 3;
+          }
+        }
+        break;
+      }
+      default: {
+        auto* compiled = static_cast<const JsonCompiledObject*>(f.container);
+        auto& slots = compiled->Slots();
+        while (f.next < slots.size() && !slots[f.next]) ++f.next;
+        if (f.next < slots.size()) {
+          key = compiled->Context()->Key(f.next);
+          child = slots[f.next++];
+          hasKey = true;
+        }
+        break;
+      }
+    }
+    if (!child) {
+      if (pretty && f.wroteAny)
+        PrettyPrintStartNewLine(out, *layout.indentUnit, *layout.newline, f.depth);
+      out.push_back(f.container->Type() == JsonValue::Array ? ']' : '}');
+      stack.pop_back();
+      continue;
+    }
+    if (f.wroteAny) out.push_back(',');
+    f.wroteAny = true;
+    int childDepth = f.depth + 1;
+    if (pretty) PrettyPrintStartNewLine(out, *layout.indentUnit, *layout.newline, childDepth);
+    if (hasKey) AppendKey(out, key, keyEnd, keyEndLength);
+    if (!WriteScalar(child, out)) open(child, childDepth);  // invalidates `f`
+  }
+}
+
+}  // namespace
+
+void JsonValue::AppendToStringPretty(std::string& out, const std::string&, const std::string&,
+                                     int) const {
+  AppendToString(out);
+}
+
+void JsonObject::AppendToString(std::string& out) const { WriteCompactTree(this, out); }
+void JsonArray::AppendToString(std::string& out) const { WriteCompactTree(this, out); }
+void JsonCompiledObject::AppendToString(std::string& out) const {
+  WriteTree(this, out, {nullptr, nullptr}, 0);
+}
+
+void JsonObject::AppendToStringPretty(std::string& out, const std::string& indentUnit,
+                                      const std::string& newline, int depth) const {
+  WriteTree(this, out, {&indentUnit, &newline}, depth);
+}
+void JsonArray::AppendToStringPretty(std::string& out, const std::string& indentUnit,
+                                     const std::string& newline, int depth) const {
+  WriteTree(this, out, {&indentUnit, &newline}, depth);
+}
+void JsonCompiledObject::AppendToStringPretty(std::string& out, const std::string& indentUnit,
+                                              const std::string& newline, int depth) const {
+  WriteTree(this, out, {&indentUnit, &newline}, depth);
+}
+
+void JsonValue::WriteToString(std::string& out) const {
+  out.clear();
+  AppendToString(out);
+}
+
+void JsonValue::WriteToStringPretty(std::string& out, const std::string& indentUnit,
+                                    const std::string& newline) const {
+  out.clear();
+  AppendToStringPretty(out, indentUnit, newline, 0);
+}

@@ -1,0 +1,468 @@
+// The value base: assertions, type names, scalar strings, the conversions
+// every script function uses, deep copy and equality (both without
+// recursion over the depth of a tree), and typed views of values.
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include <vector>
+
+#include "Mjson.h"
+#include "MjsonInternal.h"
+
+// ---------------------------------------------------------------------------
+// Reference counting
+
+// Written like the C library's assert, which NDEBUG would silence: these
+// checks must survive release builds.
+void MjsonAssertionFailed(const char* expression, const char* file, unsigned line,
+                          const char* function) noexcept {
+  fprintf(stderr, "%s: %s:%u: %s: Assertion `%s' failed.\n", program_invocation_short_name, file,
+          line, function, expression);
+  fflush(stderr);
+  abort();
+}
+
+void JsonUseCounted::FailUseCountCheck() noexcept {
+  MjsonAssertionFailed("fUseCount > 0", "JsonAutoRefPtr", 372, "Release");
+}
+
+// ---------------------------------------------------------------------------
+// JsonValue basics
+
+const char* const JsonValue::fTypeStrings[9] = {"String", "Integer", "Real", "Object",
+                                                "CompiledObject", "Array", "True", "False",
+                                                "Null"};
+
+void JsonValue::AppendToString(std::string&) const {}
+
+JsonValue* JsonValue::GetSubNode(const std::string&) { return nullptr; }
+
+void JsonValue::PrintCounter() {
+  fputs("*** Object counters not activated\n", stdout);
+  fflush(stdout);
+}
+
+void CompactString::InitHeap(const char* p, size_t n) {
+  char* block;
+  if (n < kHuge) {
+    block = static_cast<char*>(mjson::pool::Allocate(n));
+    memcpy(block, p, n);
+    uint32_t n32 = static_cast<uint32_t>(n);
+    memcpy(fBytes, &n32, 4);
+  } else {
+    block = static_cast<char*>(mjson::pool::Allocate(n + 8));
+    memcpy(block, &n, 8);
+    memcpy(block + 8, p, n);
+    memcpy(fBytes, &kHuge, 4);
+  }
+  memcpy(fBytes + 8, &block, sizeof block);
+}
+
+void CompactString::FreeHeap() {
+  uint32_t n = SizeField();
+  mjson::pool::Free(Block(), n != kHuge ? n : HugeSize() + 8);
+}
+
+JsonString::JsonString(std::string_view s, bool* isKnownUTF8, bool* isValid)
+    : JsonValue(String) {
+  bool valid = (isKnownUTF8 && *isKnownUTF8) || IsUTF8(s);
+  if (valid) fValue = CompactString(s);
+  if (isValid) *isValid = valid;
+}
+
+// ---------------------------------------------------------------------------
+// Conversions
+
+namespace {
+
+// Reads the number at the start of `s`, as the text parser would.
+JsonAutoRefPtr<JsonValue> NumberPrefix(std::string_view s) {
+  ParserContext ctx;
+  return JsonAutoRefPtr<JsonValue>(JsonValue::ParseNumber(std::string(s), ctx));
+}
+
+}  // namespace
+
+bool JsonValue::GetAsString(std::string& out) const {
+  if (fType == String) {
+    out = static_cast<const JsonString*>(this)->Value();
+    return true;
+  }
+  out.clear();
+  AppendToString(out);
+  return true;
+}
+
+std::string JsonValue::GetAsString() const {
+  std::string out;
+  GetAsString(out);
+  return out;
+}
+
+bool JsonValue::GetAsInteger(long long& out) const {
+  switch (fType) {
+    case Integer: {
+      auto* i = static_cast<const JsonInteger*>(this);
+      out = i->Get();
+      return !i->IsLargeUnsigned();
+    }
+    case Real: {
+      double v = static_cast<const JsonReal*>(this)->Get();
+      if (v >= static_cast<double>(JsonInteger::sMinInt64) &&
+          v <= static_cast<double>(JsonInteger::sMaxInt64)) {
+        // 2^63 passes the range test, since the largest integer rounds up to
+        // it as a double; it truncates to the value the processor's
+        // conversion gives for it, the most negative integer.
+        out = v >= 9223372036854775807.0 ? JsonInteger::sMinInt64 : static_cast<long long>(v);
+        return true;
+      }
+      out = 0;
+      return false;
+    }
+    case String: {
+      JsonAutoRefPtr<JsonValue> n = NumberPrefix(static_cast<const JsonString*>(this)->Value());
+      if (n) return n->GetAsInteger(out);
+      out = 0;
+      return false;
+    }
+    case True:
+      out = 1;
+      return true;
+    case False:
+      out = 0;
+      return true;
+    default:
+      out = 0;
+      return false;
+  }
+}
+
+long long JsonValue::GetAsInteger() const {
+  if (fType == Integer) return static_cast<const JsonInteger*>(this)->Get();
+  long long out;
+  GetAsInteger(out);
+  return out;
+}
+
+bool JsonValue::GetAsReal(double& out) const {
+  switch (fType) {
+    case Real:
+      out = static_cast<const JsonReal*>(this)->Get();
+      return true;
+    case Integer: {
+      auto* i = static_cast<const JsonInteger*>(this);
+      out = i->IsLargeUnsigned() ? static_cast<double>(static_cast<unsigned long long>(i->RawValue()))
+                                 : static_cast<double>(i->RawValue());
+      return true;
+    }
+    case String: {
+      JsonAutoRefPtr<JsonValue> n = NumberPrefix(static_cast<const JsonString*>(this)->Value());
+      if (n) return n->GetAsReal(out);
+      out = 0.0;
+      return false;
+    }
+    case True:
+      out = 1.0;
+      return true;
+    case False:
+      out = 0.0;
+      return true;
+    default:
+      out = 0.0;
+      return false;
+  }
+}
+
+double JsonValue::GetAsReal() const {
+  if (fType == Real) return static_cast<const JsonReal*>(this)->Get();
+  double out;
+  GetAsReal(out);
+  return out;
+}
+
+bool JsonValue::GetAsBool(bool& out) const {
+  switch (fType) {
+    case True:
+      out = true;
+      return true;
+    case False:
+      out = false;
+      return true;
+    case String:
+      out = !static_cast<const JsonString*>(this)->Value().empty();
+      return true;
+    case Integer: {
+      auto* i = static_cast<const JsonInteger*>(this);
+      out = i->IsLargeUnsigned() || i->RawValue() != 0;
+      return true;
+    }
+    case Real:
+      out = static_cast<const JsonReal*>(this)->Get() != 0.0;
+      return true;
+    default:
+      out = false;
+      return false;
+  }
+}
+
+bool JsonValue::GetAsBool() const {
+  if (fType == True) return true;
+  if (fType == False) return false;
+  bool out;
+  GetAsBool(out);
+  return out;
+}
+
+// ---------------------------------------------------------------------------
+// Deep copy, without recursion over the depth of the tree
+
+namespace {
+
+bool IsContainer(const JsonValue* v) {
+  auto t = v->Type();
+  return t == JsonValue::Object || t == JsonValue::Array || t == JsonValue::CompiledObject;
+}
+
+}  // namespace
+
+// The copy walks the source with a stack of its own, breadth-first within
+// each container, so a document of any depth copies on constant call stack.
+void TreeCopier::CopyChildren(JsonValue* dst, const JsonValue* src) {
+    struct Frame {
+      JsonValue* dst;
+      const JsonValue* src;
+      size_t next;
+    };
+    std::vector<Frame> stack;
+    stack.push_back({dst, src, 0});
+    while (!stack.empty()) {
+      Frame& f = stack.back();
+      const JsonValue* child = nullptr;
+      JsonValue* copy = nullptr;
+      switch (f.src->Type()) {
+        case JsonValue::Object: {
+          auto* s = static_cast<const JsonObject*>(f.src);
+          auto* d = static_cast<JsonObject*>(f.dst);
+          if (f.next == s->fMembers.size()) {
+            d->RebuildIndex();
+            stack.pop_back();
+            continue;
+          }
+          const JsonObject::Member& m = s->fMembers[f.next++];
+          child = m.value;
+          copy = ShallowCopy(*child);
+          d->fMembers.push_back({m.key, copy});
+          break;
+        }
+        case JsonValue::Array: {
+          auto* s = static_cast<const JsonArray*>(f.src);
+          auto* d = static_cast<JsonArray*>(f.dst);
+          if (f.next == s->fValues.size()) {
+            stack.pop_back();
+            continue;
+          }
+          child = s->fValues[f.next++];
+          copy = ShallowCopy(*child);
+          d->fValues.push_back(copy);
+          break;
+        }
+        default: {  // CompiledObject
+          auto* s = static_cast<const JsonCompiledObject*>(f.src);
+          auto* d = static_cast<JsonCompiledObject*>(f.dst);
+          while (f.next < s->fSlots.size() && !s->fSlots[f.next]) ++f.next;
+          if (f.next >= s->fSlots.size()) {
+            stack.pop_back();
+            continue;
+          }
+          size_t i = f.next++;
+          child = s->fSlots[i];
+          copy = ShallowCopy(*child);
+          d->fSlots[i] = copy;
+          break;
+        }
+      }
+      if (IsContainer(child)) stack.push_back({copy, child, 0});
+    }
+}
+
+JsonValue* TreeCopier::ShallowCopy(const JsonValue& v) {
+  switch (v.Type()) {
+    case JsonValue::String:
+      return mjson::NewNode<JsonString>(static_cast<const JsonString&>(v));
+    case JsonValue::Integer:
+      return mjson::NewNode<JsonInteger>(static_cast<const JsonInteger&>(v));
+    case JsonValue::Real:
+      return mjson::NewNode<JsonReal>(static_cast<const JsonReal&>(v));
+    case JsonValue::Object: {
+      auto& o = static_cast<const JsonObject&>(v);
+      auto* copy = mjson::NewNode<JsonObject>(o.KeepsOrder());
+      copy->fMembers.reserve(o.Size());
+      return copy;
+    }
+    case JsonValue::CompiledObject: {
+      auto& o = static_cast<const JsonCompiledObject&>(v);
+      auto* copy = mjson::NewNode<JsonCompiledObject>(o.Context());
+      copy->fSlots.assign(o.SlotCount(), nullptr);
+      copy->fCountFilled = o.fCountFilled;
+      return copy;
+    }
+    case JsonValue::Array: {
+      auto* copy = mjson::NewNode<JsonArray>();
+      copy->fValues.reserve(static_cast<const JsonArray&>(v).Size());
+      return copy;
+    }
+    case JsonValue::True:
+      return mjson::NewNode<JsonTrue>();
+    case JsonValue::False:
+      return mjson::NewNode<JsonFalse>();
+    default:
+      return mjson::NewNode<JsonNull>();
+  }
+}
+
+JsonValue* JsonValue::CopyNoARefPtr(const JsonValue& value) {
+  JsonValue* copy = TreeCopier::ShallowCopy(value);
+  if (IsContainer(copy)) TreeCopier::CopyChildren(copy, &value);
+  return copy;
+}
+
+JsonAutoRefPtr<JsonValue> JsonValue::Copy(const JsonValue& value) {
+  return JsonAutoRefPtr<JsonValue>(CopyNoARefPtr(value));
+}
+
+// ---------------------------------------------------------------------------
+// Equality, without recursion over the depth of the trees
+
+bool operator==(const JsonValue& a, const JsonValue& b) {
+  std::vector<std::pair<const JsonValue*, const JsonValue*>> pending;
+  pending.emplace_back(&a, &b);
+  while (!pending.empty()) {
+    auto [x, y] = pending.back();
+    pending.pop_back();
+    if (x == y) continue;
+    if (!x || !y) return false;
+    if (x->Type() != y->Type()) return false;
+    switch (x->Type()) {
+      case JsonValue::String:
+        if (!static_cast<const JsonString*>(x)->IsEqual(*static_cast<const JsonString*>(y)))
+          return false;
+        break;
+      case JsonValue::Integer:
+        if (!static_cast<const JsonInteger*>(x)->IsEqual(*static_cast<const JsonInteger*>(y)))
+          return false;
+        break;
+      case JsonValue::Real:
+        if (!static_cast<const JsonReal*>(x)->IsEqual(*static_cast<const JsonReal*>(y)))
+          return false;
+        break;
+      case JsonValue::Object: {
+        auto* ox = static_cast<const JsonObject*>(x);
+        auto* oy = static_cast<const JsonObject*>(y);
+        if (ox->Size() != oy->Size()) return false;
+        for (const JsonObject::Member& m : ox->Members()) {
+          const JsonValue* other = oy->Peek(m.key);
+          if (!other) return false;
+          pending.emplace_back(m.value, other);
+        }
+        break;
+      }
+      case JsonValue::Array: {
+        auto& vx = static_cast<const JsonArray*>(x)->Values();
+        auto& vy = static_cast<const JsonArray*>(y)->Values();
+        if (vx.size() != vy.size()) return false;
+        for (size_t i = 0; i < vx.size(); ++i) pending.emplace_back(vx[i], vy[i]);
+        break;
+      }
+      case JsonValue::CompiledObject: {
+        auto* cx = static_cast<const JsonCompiledObject*>(x);
+        auto* cy = static_cast<const JsonCompiledObject*>(y);
+        if (cx->Context() != cy->Context() || cx->SlotCount() != cy->SlotCount()) return false;
+        for (size_t i = 0; i < cx->SlotCount(); ++i) {
+          const JsonValue* sx = cx->Slots()[i];
+          const JsonValue* sy = cy->Slots()[i];
+          if (!sx && !sy) continue;
+          pending.emplace_back(sx, sy);
+        }
+        break;
+      }
+      default:  // literals of one type are always equal
+        break;
+    }
+  }
+  return true;
+}
+
+// ---------------------------------------------------------------------------
+// Typed views and proxies
+
+JsonValue* NewEmptyValue(JsonValue::EJsonValueType type) {
+  switch (type) {
+    case JsonValue::String:
+      return new JsonString(std::string_view(), JsonString::Trusted{});
+    case JsonValue::Integer:
+      return new JsonInteger(0LL);
+    case JsonValue::Real:
+      return new JsonReal(0.0, 0);
+    case JsonValue::Object:
+      return new JsonObject(false);
+    case JsonValue::Array:
+      return new JsonArray();
+    case JsonValue::True:
+      return new JsonTrue();
+    case JsonValue::False:
+      return new JsonFalse();
+    default:
+      return new JsonNull();
+  }
+}
+
+size_t ContainerSize(const JsonValue& value) {
+  switch (value.Type()) {
+    case JsonValue::Array:
+      return static_cast<const JsonArray&>(value).Size();
+    case JsonValue::Object:
+      return static_cast<const JsonObject&>(value).Size();
+    case JsonValue::CompiledObject:
+      return static_cast<const JsonCompiledObject&>(value).Size();
+    default:
+      return 0;
+  }
+}
+
+bool IsEmptyValue(const JsonValue* value) {
+  if (!value) return true;
+  switch (value->Type()) {
+    case JsonValue::Null:
+      return true;
+    case JsonValue::String:
+      return static_cast<const JsonString*>(value)->Value().empty();
+    case JsonValue::Object:
+      return static_cast<const JsonObject*>(value)->Empty();
+    case JsonValue::CompiledObject:
+      return static_cast<const JsonCompiledObject*>(value)->Empty();
+    case JsonValue::Array:
+      return static_cast<const JsonArray*>(value)->Empty();
+    default:
+      return false;
+  }
+}
+
+JsonAutoRefPtr<JsonObject> ConvertToObject(const JsonAutoRefPtr<JsonValue>& value) {
+  if (!value || value->Type() != JsonValue::Object) return {};
+  value->AddRef();
+  return JsonAutoRefPtr<JsonObject>(static_cast<JsonObject*>(value.get()));
+}
+
+JsonAutoRefPtr<JsonArray> ConvertToArray(const JsonAutoRefPtr<JsonValue>& value) {
+  if (!value || value->Type() != JsonValue::Array) return {};
+  value->AddRef();
+  return JsonAutoRefPtr<JsonArray>(static_cast<JsonArray*>(value.get()));
+}
+
+JsonAutoRefPtr<JsonCompiledObject> ConvertToCompiledObject(const JsonAutoRefPtr<JsonValue>& value) {
+  if (!value || value->Type() != JsonValue::CompiledObject) return {};
+  value->AddRef();
+  return JsonAutoRefPtr<JsonCompiledObject>(static_cast<JsonCompiledObject*>(value.get()));
+}
+
