@@ -3,6 +3,9 @@
 // stack on the heap so that depth costs memory, never call stack.
 #include <string.h>
 
+#include <bit>
+#include <type_traits>
+
 #include "Mjson.h"
 #include "MjsonInternal.h"
 #include "MjsonScratch.h"
@@ -12,21 +15,28 @@
 
 namespace {
 
+using namespace mjson::msgpack;
+
 inline uint8_t Byte(const char* p) { return static_cast<uint8_t>(*p); }
-inline uint16_t Load16(const char* p) {
-  uint16_t v;
-  memcpy(&v, p, 2);
-  return BigEndian16(v);
-}
-inline uint32_t Load32(const char* p) {
-  uint32_t v;
-  memcpy(&v, p, 4);
-  return BigEndian32(v);
-}
-inline uint64_t Load64(const char* p) {
-  uint64_t v;
-  memcpy(&v, p, 8);
-  return BigEndian64(v);
+
+// The big-endian number of sizeof(T) bytes at `p`, as a T.
+template <class T>
+inline T LoadBig(const char* p) {
+  if constexpr (sizeof(T) == 1) {
+    return std::bit_cast<T>(Byte(p));
+  } else if constexpr (sizeof(T) == 2) {
+    uint16_t v;
+    memcpy(&v, p, 2);
+    return std::bit_cast<T>(BigEndian16(v));
+  } else if constexpr (sizeof(T) == 4) {
+    uint32_t v;
+    memcpy(&v, p, 4);
+    return std::bit_cast<T>(BigEndian32(v));
+  } else {
+    uint64_t v;
+    memcpy(&v, p, 8);
+    return std::bit_cast<T>(BigEndian64(v));
+  }
 }
 
 inline void Fail(ParserContext& ctx, const char* message) { ctx.fError = message; }
@@ -41,37 +51,37 @@ inline bool IsUTF8(const char* p, size_t n) {
   return JsonValue::IsUTF8(std::string_view(p, n));
 }
 
+// Reads a length field of sizeof(T) bytes at `cur` and moves past it.
+template <class T>
+inline bool TakeLength(const char*& cur, const char* end, ParserContext& ctx, size_t& length) {
+  if (static_cast<size_t>(end - cur) < sizeof(T)) {
+    Fail(ctx, "unexpected end of input");
+    return false;
+  }
+  length = LoadBig<T>(cur);
+  cur += sizeof(T);
+  return true;
+}
+
 // Locates the bytes of the string whose type byte `code` was consumed and
 // moves `cur` past them. No UTF-8 check.
 inline bool StringSpan(unsigned char code, const char*& cur, const char* end, ParserContext& ctx,
                        const char*& bytes, size_t& length) {
-  if (code >= 0xA0 && code <= 0xBF) {
-    length = code & 0x1F;
-  } else if (code == 0xD9) {
-    if (end - cur < 1) {
-      Fail(ctx, "unexpected end of input");
-      return false;
-    }
-    length = Byte(cur);
-    cur += 1;
-  } else if (code == 0xDA) {
-    if (end - cur < 2) {
-      Fail(ctx, "unexpected end of input");
-      return false;
-    }
-    length = Load16(cur);
-    cur += 2;
-  } else if (code == 0xDB) {
-    if (end - cur < 4) {
-      Fail(ctx, "unexpected end of input");
-      return false;
-    }
-    length = Load32(cur);
-    cur += 4;
+  bool ok;
+  if (code >= kFixStr && code < kNil) {
+    length = code & kFixStrLengthMask;
+    ok = true;
+  } else if (code == kStr8) {
+    ok = TakeLength<uint8_t>(cur, end, ctx, length);
+  } else if (code == kStr16) {
+    ok = TakeLength<uint16_t>(cur, end, ctx, length);
+  } else if (code == kStr32) {
+    ok = TakeLength<uint32_t>(cur, end, ctx, length);
   } else {
     Fail(ctx, "string expected");
     return false;
   }
+  if (!ok) return false;
   if (static_cast<size_t>(end - cur) < length) {
     Fail(ctx, "unexpected end of input");
     return false;
@@ -81,25 +91,31 @@ inline bool StringSpan(unsigned char code, const char*& cur, const char* end, Pa
   return true;
 }
 
-// The type bit that a compiled-object key's flags must hold for a value.
+// The bits of a compiled-object key's flags that admit a value of a type:
+// strings, numbers, booleans, null, then the container flags of the table.
+constexpr unsigned kStringBit = 0x0001;
+constexpr unsigned kNumberBit = 0x0002;
+constexpr unsigned kBooleanBit = 0x0004;
+constexpr unsigned kNullBit = 0x0008;
+
 inline unsigned TypeBit(JsonValue::EJsonValueType t) {
   switch (t) {
     case JsonValue::String:
-      return 0x0001;
+      return kStringBit;
     case JsonValue::Integer:
     case JsonValue::Real:
-      return 0x0002;
+      return kNumberBit;
     case JsonValue::True:
     case JsonValue::False:
-      return 0x0004;
+      return kBooleanBit;
     case JsonValue::Null:
-      return 0x0008;
+      return kNullBit;
     case JsonValue::Array:
-      return 0x00F0;
+      return JsonCompiledObjectContext::kArrayMask;
     case JsonValue::Object:
-      return 0x0100;
+      return JsonCompiledObjectContext::kPlainObject;
     case JsonValue::CompiledObject:
-      return 0x0200;
+      return JsonCompiledObjectContext::kCompiledObject;
   }
   return 0;
 }
@@ -126,27 +142,15 @@ class MsgPackReader {
   const char* Cursor() const { return fCur; }
 
   // One complete value at the cursor.
-  JsonValue* ReadValue(const JsonCompiledObjectContext* table) {
-    bool opened = false;
-    JsonValue* v = Begin(table, &opened);
-    return opened ? Run() : v;
-  }
+  JsonValue* ReadValue(const JsonCompiledObjectContext* table) { return Finish(Begin(table)); }
 
   // The `count` children of a container whose header was consumed.
   JsonValue* ReadArray(size_t count, const JsonCompiledObjectContext* table) {
-    bool opened = false;
-    JsonValue* v = OpenArray(count, table, &opened);
-    return opened ? Run() : v;
+    return Finish(OpenArray(count, table));
   }
-  JsonValue* ReadObject(size_t count) {
-    bool opened = false;
-    JsonValue* v = OpenMap(count, nullptr, &opened);
-    return opened ? Run() : v;
-  }
+  JsonValue* ReadObject(size_t count) { return Finish(OpenMap(count, nullptr)); }
   JsonValue* ReadCompiled(size_t count, const JsonCompiledObjectContext* table) {
-    bool opened = false;
-    JsonValue* v = OpenCompiled(count, table, &opened);
-    return opened ? Run() : v;
+    return Finish(OpenCompiled(count, table));
   }
 
  private:
@@ -162,12 +166,58 @@ class MsgPackReader {
     uint16_t mask;   // compiled: type flags of the pending slot
   };
 
-  JsonValue* Begin(const JsonCompiledObjectContext* table, bool* opened);
-  // Each returns an empty container at once, or pushes a frame, sets
-  // `*opened` and returns null.
-  JsonValue* OpenArray(size_t count, const JsonCompiledObjectContext* table, bool* opened);
-  JsonValue* OpenMap(size_t count, const JsonCompiledObjectContext* table, bool* opened);
-  JsonValue* OpenCompiled(size_t count, const JsonCompiledObjectContext* table, bool* opened);
+  // What starting a value gave: a finished value (a scalar or an empty
+  // container), or a container frame pushed to be filled, or neither: a
+  // failure, with the error set.
+  struct Began {
+    JsonValue* value;
+    bool opened;
+  };
+  static Began Done(JsonValue* value) { return {value, false}; }
+  Began Opened(const Frame& f) {
+    if (fFrames.empty()) fFrames.reserve(16);
+    fFrames.push_back(f);
+    return {nullptr, true};
+  }
+  JsonValue* Finish(Began began) { return began.opened ? Run() : began.value; }
+
+  Began Begin(const JsonCompiledObjectContext* table);
+  // Each gives an empty container at once, or pushes its frame.
+  Began OpenArray(size_t count, const JsonCompiledObjectContext* table);
+  Began OpenMap(size_t count, const JsonCompiledObjectContext* table);
+  Began OpenCompiled(size_t count, const JsonCompiledObjectContext* table);
+  // A container header's count field of sizeof(T) bytes, then the container.
+  template <class T>
+  Began OpenSized(bool isArray, const JsonCompiledObjectContext* table) {
+    if (static_cast<size_t>(fEnd - fCur) < sizeof(T)) return Done(Truncated());
+    const size_t count = LoadBig<T>(fCur);
+    fCur += sizeof(T);
+    return isArray ? OpenArray(count, table) : OpenMap(count, table);
+  }
+  // Fixed-width scalars: the value's bytes follow the type code.
+  template <class T>
+  JsonValue* ReadInteger() {
+    if (static_cast<size_t>(fEnd - fCur) < sizeof(T)) return Truncated();
+    const T v = LoadBig<T>(fCur);
+    fCur += sizeof(T);
+    if constexpr (std::is_same_v<T, uint64_t>)  // large ones are flagged unsigned
+      return mjson::NewNode<JsonInteger>(static_cast<unsigned long long>(v), true);
+    else
+      return mjson::NewNode<JsonInteger>(static_cast<long long>(v));
+  }
+  template <class T>
+  JsonValue* ReadReal() {
+    if (static_cast<size_t>(fEnd - fCur) < sizeof(T)) return Truncated();
+    const T v = LoadBig<T>(fCur);
+    fCur += sizeof(T);
+    return mjson::NewNode<JsonReal>(static_cast<double>(v), 0);
+  }
+  JsonValue* ReadString(unsigned char code) {
+    const char* bytes;
+    size_t n;
+    if (!StringSpan(code, fCur, fEnd, fCtx, bytes, n)) return nullptr;
+    return MakeString(bytes, n);
+  }
   JsonValue* Run();
   bool Attach(JsonValue* value);
   JsonValue* Close();
@@ -187,10 +237,6 @@ class MsgPackReader {
     Fail(fCtx, "unexpected end of input");
     return nullptr;
   }
-  void Push(const Frame& f) {
-    if (fFrames.empty()) fFrames.reserve(16);
-    fFrames.push_back(f);
-  }
 
   const char* fCur;
   const char* const fEnd;
@@ -205,14 +251,9 @@ class MsgPackReader {
   std::string fKey;
 };
 
-// True for the type bytes of arrays and maps.
-inline bool IsContainerCode(unsigned char code) {
-  return (code >= 0x80 && code <= 0x9F) || (code >= 0xDC && code <= 0xDF);
-}
-
-JsonValue* MsgPackReader::OpenArray(size_t count, const JsonCompiledObjectContext* table,
-                                    bool* opened) {
-  if (count == 0) return mjson::NewNode<JsonArray>();
+MsgPackReader::Began MsgPackReader::OpenArray(size_t count,
+                                              const JsonCompiledObjectContext* table) {
+  if (count == 0) return Done(mjson::NewNode<JsonArray>());
   // Short arrays are mostly all scalars (points, pairs, small lists): read
   // them straight into their storage. A frame opens only at the first
   // container element, taking over the elements read so far.
@@ -223,155 +264,95 @@ JsonValue* MsgPackReader::OpenArray(size_t count, const JsonCompiledObjectContex
     size_t k = 0;
     for (; k < count; ++k) {
       if (fCur < fEnd && IsContainerCode(Byte(fCur))) break;
-      bool scalarOnly = false;
-      JsonValue* v = Begin(nullptr, &scalarOnly);
+      JsonValue* v = Begin(nullptr).value;  // a scalar: no frame opens here
       if (!v) {
         for (size_t i = 0; i < k; ++i) run[i]->Release();
-        return nullptr;
+        return Done(nullptr);
       }
       run[k] = v;
     }
     if (k == count) {
       auto* array = mjson::NewNode<JsonArray>();
       array->AdoptValues(run, count);
-      return array;
+      return Done(array);
     }
     fValues.insert(fValues.end(), run, run + k);
     count -= k;
   }
-  Push({table, nullptr, nullptr, base, count, kArray, false, 0});
-  *opened = true;
-  return nullptr;
+  return Opened({table, nullptr, nullptr, base, count, kArray, false, 0});
 }
 
 // Maps read against a key table become compiled objects, others plain ones.
-JsonValue* MsgPackReader::OpenMap(size_t count, const JsonCompiledObjectContext* table,
-                                  bool* opened) {
-  if (table) return OpenCompiled(count, table, opened);
-  if (count == 0) return mjson::NewNode<JsonObject>(fKeepOrder);
-  Push({nullptr, nullptr, nullptr, fPairs.size(), count, kObject, false, 0});
-  *opened = true;
-  return nullptr;
+MsgPackReader::Began MsgPackReader::OpenMap(size_t count, const JsonCompiledObjectContext* table) {
+  if (table) return OpenCompiled(count, table);
+  if (count == 0) return Done(mjson::NewNode<JsonObject>(fKeepOrder));
+  return Opened({nullptr, nullptr, nullptr, fPairs.size(), count, kObject, false, 0});
 }
 
-JsonValue* MsgPackReader::OpenCompiled(size_t count, const JsonCompiledObjectContext* table,
-                                       bool* opened) {
+MsgPackReader::Began MsgPackReader::OpenCompiled(size_t count,
+                                                 const JsonCompiledObjectContext* table) {
   auto* object = mjson::NewNode<JsonCompiledObject>(table);
-  if (count == 0) return object;
-  Push({table, object, nullptr, 0, count, kCompiled, false, 0});
-  *opened = true;
-  return nullptr;
+  if (count == 0) return Done(object);
+  return Opened({table, object, nullptr, 0, count, kCompiled, false, 0});
 }
 
-// Reads the type byte at the cursor. Returns a complete value (a scalar or
-// an empty container), or null with `*opened` set when a container became
-// the top frame, or null for failure.
-JsonValue* MsgPackReader::Begin(const JsonCompiledObjectContext* table, bool* opened) {
-  if (fCur >= fEnd) return Truncated();
+// Reads the type byte at the cursor and what it announces.
+MsgPackReader::Began MsgPackReader::Begin(const JsonCompiledObjectContext* table) {
+  if (fCur >= fEnd) return Done(Truncated());
   const unsigned char code = Byte(fCur++);
-  if (code < 0x80) return mjson::NewNode<JsonInteger>(static_cast<long long>(code));
-  if (code >= 0xE0) return mjson::NewNode<JsonInteger>(static_cast<long long>(static_cast<int8_t>(code)));
-  if (code < 0x90) return OpenMap(code & 0x0F, table, opened);
-  if (code < 0xA0) return OpenArray(code & 0x0F, table, opened);
-  const size_t left = static_cast<size_t>(fEnd - fCur);
-  if (code < 0xC0) {
-    size_t n = code & 0x1F;
-    if (left < n) return Truncated();
+  if (code < kFixMap) return Done(mjson::NewNode<JsonInteger>(static_cast<long long>(code)));
+  if (code >= kNegativeFixInt)
+    return Done(mjson::NewNode<JsonInteger>(static_cast<long long>(static_cast<int8_t>(code))));
+  if (code < kFixArray) return OpenMap(code & kFixCountMask, table);
+  if (code < kFixStr) return OpenArray(code & kFixCountMask, table);
+  if (code < kNil) {  // fixstr, the form of most strings
+    const size_t n = code & kFixStrLengthMask;
+    if (static_cast<size_t>(fEnd - fCur) < n) return Done(Truncated());
     JsonValue* s = MakeString(fCur, n);
     fCur += n;
-    return s;
+    return Done(s);
   }
   switch (code) {
-    case 0xC0:
-      return mjson::NewNode<JsonNull>();
-    case 0xC2:
-      return mjson::NewNode<JsonFalse>();
-    case 0xC3:
-      return mjson::NewNode<JsonTrue>();
-    case 0xCA: {
-      if (left < 4) return Truncated();
-      uint32_t bits = Load32(fCur);
-      fCur += 4;
-      float f;
-      memcpy(&f, &bits, 4);
-      return mjson::NewNode<JsonReal>(static_cast<double>(f), 0);
-    }
-    case 0xCB: {
-      if (left < 8) return Truncated();
-      uint64_t bits = Load64(fCur);
-      fCur += 8;
-      double d;
-      memcpy(&d, &bits, 8);
-      return mjson::NewNode<JsonReal>(d, 0);
-    }
-    case 0xCC:
-      if (left < 1) return Truncated();
-      return mjson::NewNode<JsonInteger>(static_cast<long long>(Byte(fCur++)));
-    case 0xCD: {
-      if (left < 2) return Truncated();
-      long long v = Load16(fCur);
-      fCur += 2;
-      return mjson::NewNode<JsonInteger>(v);
-    }
-    case 0xCE: {
-      if (left < 4) return Truncated();
-      long long v = Load32(fCur);
-      fCur += 4;
-      return mjson::NewNode<JsonInteger>(v);
-    }
-    case 0xCF: {
-      if (left < 8) return Truncated();
-      uint64_t v = Load64(fCur);
-      fCur += 8;
-      if (v <= static_cast<uint64_t>(JsonInteger::sMaxInt64))
-        return mjson::NewNode<JsonInteger>(static_cast<long long>(v));
-      return mjson::NewNode<JsonInteger>(static_cast<unsigned long long>(v), true);
-    }
-    case 0xD0:
-      if (left < 1) return Truncated();
-      return mjson::NewNode<JsonInteger>(static_cast<long long>(static_cast<int8_t>(Byte(fCur++))));
-    case 0xD1: {
-      if (left < 2) return Truncated();
-      long long v = static_cast<int16_t>(Load16(fCur));
-      fCur += 2;
-      return mjson::NewNode<JsonInteger>(v);
-    }
-    case 0xD2: {
-      if (left < 4) return Truncated();
-      long long v = static_cast<int32_t>(Load32(fCur));
-      fCur += 4;
-      return mjson::NewNode<JsonInteger>(v);
-    }
-    case 0xD3: {
-      if (left < 8) return Truncated();
-      long long v = static_cast<long long>(Load64(fCur));
-      fCur += 8;
-      return mjson::NewNode<JsonInteger>(v);
-    }
-    case 0xD9:
-    case 0xDA:
-    case 0xDB: {
-      const char* bytes;
-      size_t n;
-      if (!StringSpan(code, fCur, fEnd, fCtx, bytes, n)) return nullptr;
-      return MakeString(bytes, n);
-    }
-    case 0xDC:
-    case 0xDE: {
-      if (left < 2) return Truncated();
-      size_t count = Load16(fCur);
-      fCur += 2;
-      return code == 0xDC ? OpenArray(count, table, opened) : OpenMap(count, table, opened);
-    }
-    case 0xDD:
-    case 0xDF: {
-      if (left < 4) return Truncated();
-      size_t count = Load32(fCur);
-      fCur += 4;
-      return code == 0xDD ? OpenArray(count, table, opened) : OpenMap(count, table, opened);
-    }
+    case kNil:
+      return Done(mjson::NewNode<JsonNull>());
+    case kFalse:
+      return Done(mjson::NewNode<JsonFalse>());
+    case kTrue:
+      return Done(mjson::NewNode<JsonTrue>());
+    case kFloat32:
+      return Done(ReadReal<float>());
+    case kFloat64:
+      return Done(ReadReal<double>());
+    case kUInt8:
+      return Done(ReadInteger<uint8_t>());
+    case kUInt16:
+      return Done(ReadInteger<uint16_t>());
+    case kUInt32:
+      return Done(ReadInteger<uint32_t>());
+    case kUInt64:
+      return Done(ReadInteger<uint64_t>());
+    case kInt8:
+      return Done(ReadInteger<int8_t>());
+    case kInt16:
+      return Done(ReadInteger<int16_t>());
+    case kInt32:
+      return Done(ReadInteger<int32_t>());
+    case kInt64:
+      return Done(ReadInteger<int64_t>());
+    case kStr8:
+    case kStr16:
+    case kStr32:
+      return Done(ReadString(code));
+    case kArray16:
+      return OpenSized<uint16_t>(true, table);
+    case kMap16:
+      return OpenSized<uint16_t>(false, table);
+    case kArray32:
+      return OpenSized<uint32_t>(true, table);
+    case kMap32:
+      return OpenSized<uint32_t>(false, table);
     default:  // C1, bin, ext and fixext
-      return Unsupported();
+      return Done(Unsupported());
   }
 }
 
@@ -386,8 +367,8 @@ bool MsgPackReader::ReadKey(const char*& bytes, size_t& length) {
     return false;
   }
   unsigned char code = Byte(fCur++);
-  if (code >= 0xA0 && code <= 0xBF) [[likely]] {
-    length = code & 0x1F;
+  if (code >= kFixStr && code < kNil) [[likely]] {
+    length = code & kFixStrLengthMask;
     if (static_cast<size_t>(fEnd - fCur) < length) {
       Fail(fCtx, "unexpected end of input");
       return false;
@@ -509,9 +490,9 @@ JsonValue* MsgPackReader::Run() {
         }
       }
     }
-    bool opened = false;
-    value = Begin(table, &opened);
-    if (!value && !opened) return nullptr;
+    const Began began = Begin(table);
+    if (!began.value && !began.opened) return nullptr;
+    value = began.value;
   }
 }
 
@@ -575,16 +556,8 @@ JsonAutoRefPtr<JsonValue> JsonValue::ReadFromMsgPack(const std::string& data, Pa
   const char* cur = start + ctx->fPosition;
   JsonValue* v = ParseFromMsgPack(cur, start + data.size(), *ctx, compiled);
   ctx->fPosition = static_cast<size_t>(cur - start);
-  if (!v) return {};
-  JsonAutoRefPtr<JsonValue> value(v);
   // Blanks after the value are tolerated, as after JSON text.
-  SkipWhitespace(data, *ctx);
-  if (ctx->fPosition < data.size()) {
-    ctx->fError = "illegal trailing characters after value";
-    return {};
-  }
-  ctx->fCompleted = true;
-  return value;
+  return mjson::FinishRead(data, *ctx, JsonAutoRefPtr<JsonValue>(v));
 }
 
 JsonAutoRefPtr<JsonObject> JsonObject::ReadFromMsgPack(const std::string& data,

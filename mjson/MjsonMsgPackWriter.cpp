@@ -11,6 +11,8 @@
 #include "Mjson.h"
 #include "MjsonInternal.h"
 
+using namespace mjson::msgpack;
+
 // ---------------------------------------------------------------------------
 // BigEndianWriter
 
@@ -23,6 +25,7 @@ BigEndianWriter::BigEndianWriter(std::string* str)
       fBufferSize(1000),
       fRetiredTotal(0),
       fOk(true) {
+  // The file and line are part of the message users see; they never change.
   if (!str) MjsonAssertionFailed("str", "Mjson", 3509, "BigEndianWriter");
   fStart = static_cast<char*>(malloc(fBufferSize));
   fPosition = fStart;
@@ -58,26 +61,26 @@ namespace {
 // one reservation, so a string costs one bounds check whatever its form.
 inline void PutString(BigEndianWriter* w, const char* s, size_t n) {
   char* p;
-  if (n < 32) {
+  if (n < kFixStrLimit) {
     p = w->Add<char>(1 + n);
-    *p = static_cast<char>(0xA0 | n);
+    *p = static_cast<char>(kFixStr | n);
     CopyShortBytes(p + 1, s, n);
     return;
   }
   if (n <= 0xFF) {
     p = w->Add<char>(2 + n);
-    p[0] = static_cast<char>(0xD9);
+    p[0] = static_cast<char>(kStr8);
     p[1] = static_cast<char>(n);
     p += 2;
   } else if (n <= 0xFFFF) {
     p = w->Add<char>(3 + n);
-    p[0] = static_cast<char>(0xDA);
+    p[0] = static_cast<char>(kStr16);
     uint16_t be = BigEndian16(static_cast<uint16_t>(n));
     memcpy(p + 1, &be, 2);
     p += 3;
   } else if (n <= 0xFFFFFFFFull) {
     p = w->Add<char>(5 + n);
-    p[0] = static_cast<char>(0xDB);
+    p[0] = static_cast<char>(kStr32);
     uint32_t be = BigEndian32(static_cast<uint32_t>(n));
     memcpy(p + 1, &be, 4);
     p += 5;
@@ -117,26 +120,26 @@ namespace {
 inline void WriteInteger(long long v, bool largeUnsigned, BigEndianWriter* w) {
   // Unsigned codes for everything above 127, signed codes only below -32.
   if (largeUnsigned) {
-    w->Write8_64(0xCF, static_cast<unsigned long long>(v));
+    w->Write8_64(kUInt64, static_cast<unsigned long long>(v));
   } else if (v < 128) {
     if (v >= -32)
       w->Write8(static_cast<unsigned char>(v));
     else if (v >= -128)
-      w->Write8_8(0xD0, static_cast<unsigned char>(v));
+      w->Write8_8(kInt8, static_cast<unsigned char>(v));
     else if (v >= -32768)
-      w->Write8_16(0xD1, static_cast<unsigned short>(v));
+      w->Write8_16(kInt16, static_cast<unsigned short>(v));
     else if (v >= -2147483648LL)
-      w->Write8_32(0xD2, static_cast<unsigned int>(v));
+      w->Write8_32(kInt32, static_cast<unsigned int>(v));
     else
-      w->Write8_64(0xD3, static_cast<unsigned long long>(v));
+      w->Write8_64(kInt64, static_cast<unsigned long long>(v));
   } else if (v < 256) {
-    w->Write8_8(0xCC, static_cast<unsigned char>(v));
+    w->Write8_8(kUInt8, static_cast<unsigned char>(v));
   } else if (v < 65536) {
-    w->Write8_16(0xCD, static_cast<unsigned short>(v));
+    w->Write8_16(kUInt16, static_cast<unsigned short>(v));
   } else if (v < 4294967296LL) {
-    w->Write8_32(0xCE, static_cast<unsigned int>(v));
+    w->Write8_32(kUInt32, static_cast<unsigned int>(v));
   } else {
-    w->Write8_64(0xCF, static_cast<unsigned long long>(v));
+    w->Write8_64(kUInt64, static_cast<unsigned long long>(v));
   }
 }
 
@@ -148,24 +151,24 @@ inline void WriteReal(double d, BigEndianWriter* w) {
     if (static_cast<double>(f) == d) {
       uint32_t bits;
       memcpy(&bits, &f, 4);
-      w->Write8_32(0xCA, bits);
+      w->Write8_32(kFloat32, bits);
       return;
     }
   }
   uint64_t bits;
   memcpy(&bits, &d, 8);
-  w->Write8_64(0xCB, bits);
+  w->Write8_64(kFloat64, bits);
 }
 
 // Container headers; false (and the writer's error flag) for counts that do
 // not fit in 32 bits, in which case nothing of the container is written.
 inline bool WriteArrayHeader(size_t n, BigEndianWriter* w) {
-  if (n < 16)
-    w->Write8(static_cast<unsigned char>(0x90 | n));
+  if (n < kFixCountLimit)
+    w->Write8(static_cast<unsigned char>(kFixArray | n));
   else if (n <= 0xFFFF)
-    w->Write8_16(0xDC, static_cast<unsigned short>(n));
+    w->Write8_16(kArray16, static_cast<unsigned short>(n));
   else if (n <= 0xFFFFFFFFull)
-    w->Write8_32(0xDD, static_cast<unsigned int>(n));
+    w->Write8_32(kArray32, static_cast<unsigned int>(n));
   else {
     w->SetError();
     return false;
@@ -174,12 +177,12 @@ inline bool WriteArrayHeader(size_t n, BigEndianWriter* w) {
 }
 
 inline bool WriteMapHeader(size_t n, BigEndianWriter* w) {
-  if (n < 16)
-    w->Write8(static_cast<unsigned char>(0x80 | n));
+  if (n < kFixCountLimit)
+    w->Write8(static_cast<unsigned char>(kFixMap | n));
   else if (n <= 0xFFFF)
-    w->Write8_16(0xDE, static_cast<unsigned short>(n));
+    w->Write8_16(kMap16, static_cast<unsigned short>(n));
   else if (n <= 0xFFFFFFFFull)
-    w->Write8_32(0xDF, static_cast<unsigned int>(n));
+    w->Write8_32(kMap32, static_cast<unsigned int>(n));
   else {
     w->SetError();
     return false;
@@ -192,8 +195,13 @@ inline bool WriteMapHeader(size_t n, BigEndianWriter* w) {
 // their slots and count the members written against the header's count.
 struct WriteFrame {
   enum Kind : uint8_t { kArray, kObject, kCompiled };
-  const void* cur;
-  const void* end;
+  // A child position: an element (or a compiled object's slot) or a member.
+  union Cursor {
+    JsonValue* const* element;
+    const JsonObject::Member* member;
+  };
+  Cursor cur;  // the next child not yet written
+  Cursor end;
   const JsonCompiledObject* compiled;
   size_t count;
   Kind kind;
@@ -216,13 +224,13 @@ inline bool WriteScalar(const JsonValue* v, BigEndianWriter* w) {
       WriteReal(static_cast<const JsonReal*>(v)->Get(), w);
       return true;
     case JsonValue::True:
-      w->Write8(0xC3);
+      w->Write8(kTrue);
       return true;
     case JsonValue::False:
-      w->Write8(0xC2);
+      w->Write8(kFalse);
       return true;
     case JsonValue::Null:
-      w->Write8(0xC0);
+      w->Write8(kNil);
       return true;
     case JsonValue::Object:
     case JsonValue::Array:
@@ -239,7 +247,7 @@ inline JsonValue* const* WriteElements(JsonValue* const* cur, JsonValue* const* 
                                        BigEndianWriter* w) {
   for (; cur != end; ++cur) {
     if (!*cur)
-      w->Write8(0xC0);  // an empty element pointer
+      w->Write8(kNil);  // an empty element pointer
     else if (!WriteScalar(*cur, w))
       break;
   }
@@ -253,7 +261,7 @@ inline const JsonObject::Member* WriteMembers(const JsonObject::Member* m,
   for (; m != end; ++m) {
     PutString(w, m->key.Data(), m->key.Size());
     if (!m->value)
-      w->Write8(0xC0);
+      w->Write8(kNil);
     else if (!WriteScalar(m->value, w))
       break;
   }
@@ -272,7 +280,7 @@ inline const JsonValue* OpenContainer(const JsonValue* v, std::vector<WriteFrame
     JsonValue* const* end = values.data() + values.size();
     JsonValue* const* cur = WriteElements(values.data(), end, w);
     if (cur == end) return nullptr;
-    stack.push_back({cur + 1, end, nullptr, 0, WriteFrame::kArray});
+    stack.push_back({{.element = cur + 1}, {.element = end}, nullptr, 0, WriteFrame::kArray});
     return *cur;
   }
   if (v->Type() == JsonValue::Object) {
@@ -281,15 +289,19 @@ inline const JsonValue* OpenContainer(const JsonValue* v, std::vector<WriteFrame
     const JsonObject::Member* end = members.data() + members.size();
     const JsonObject::Member* m = WriteMembers(members.data(), end, w);
     if (m == end) return nullptr;
-    stack.push_back({m + 1, end, nullptr, 0, WriteFrame::kObject});
+    stack.push_back({{.member = m + 1}, {.member = end}, nullptr, 0, WriteFrame::kObject});
     return m->value;
   }
   auto* c = static_cast<const JsonCompiledObject*>(v);
   if (!c->Context()) {
-    w->Write8(0x80);
+    w->Write8(kFixMap);  // no key table: an empty map
   } else if (WriteMapHeader(c->Size(), w)) {
     const auto& slots = c->Slots();
-    stack.push_back({slots.data(), slots.data() + slots.size(), c, 0, WriteFrame::kCompiled});
+    stack.push_back({{.element = slots.data()},
+                     {.element = slots.data() + slots.size()},
+                     c,
+                     0,
+                     WriteFrame::kCompiled});
   }
   return nullptr;
 }
@@ -308,28 +320,26 @@ void WriteTree(const JsonValue* root, BigEndianWriter* w) {
     WriteFrame& f = stack.back();
     switch (f.kind) {
       case WriteFrame::kArray: {
-        auto* end = static_cast<JsonValue* const*>(f.end);
-        auto* cur = WriteElements(static_cast<JsonValue* const*>(f.cur), end, w);
-        if (cur != end) {
+        JsonValue* const* cur = WriteElements(f.cur.element, f.end.element, w);
+        if (cur != f.end.element) {
           next = *cur;
-          f.cur = cur + 1;
+          f.cur.element = cur + 1;
         }
         break;
       }
       case WriteFrame::kObject: {
-        auto* end = static_cast<const JsonObject::Member*>(f.end);
-        auto* m = WriteMembers(static_cast<const JsonObject::Member*>(f.cur), end, w);
-        if (m != end) {
+        const JsonObject::Member* m = WriteMembers(f.cur.member, f.end.member, w);
+        if (m != f.end.member) {
           next = m->value;
-          f.cur = m + 1;
+          f.cur.member = m + 1;
         }
         break;
       }
       case WriteFrame::kCompiled: {
         const JsonCompiledObject* c = f.compiled;
-        auto* slot = static_cast<JsonValue* const*>(f.cur);
-        auto* end = static_cast<JsonValue* const*>(f.end);
-        auto* first = c->Slots().data();
+        JsonValue* const* slot = f.cur.element;
+        JsonValue* const* end = f.end.element;
+        JsonValue* const* first = c->Slots().data();
         const size_t filled = c->Size();
         // Absent members are not written: empty slots are stepped over.
         for (; slot != end && f.count < filled; ++slot) {
@@ -341,13 +351,14 @@ void WriteTree(const JsonValue* root, BigEndianWriter* w) {
             break;
           }
         }
-        f.cur = slot;
+        f.cur.element = slot;
         if (next) break;
+        // The file and line are part of the message users see.
         if (f.count != filled)
           MjsonAssertionFailed("count == fCountFilled", "Mjson", 3830, "AppendToMsgPack");
         // Unreachable while the check above is on; it keeps the member
         // count equal to the header's should the check ever be dropped.
-        for (; f.count < filled; ++f.count) w->Write8_8(0xA0, 0xC0);
+        for (; f.count < filled; ++f.count) w->Write8_8(kFixStr, kNil);
         break;
       }
     }
@@ -365,7 +376,7 @@ bool JsonValue::WriteToMsgPack(std::string& out) const {
 }
 
 // Every concrete class has its own form; a value of no known class is nil.
-void JsonValue::AppendToMsgPack(BigEndianWriter* writer) const { writer->Write8(0xC0); }
+void JsonValue::AppendToMsgPack(BigEndianWriter* writer) const { writer->Write8(kNil); }
 
 void JsonString::AppendToMsgPack(BigEndianWriter* writer) const { writer->AddString(fValue); }
 
@@ -376,9 +387,9 @@ void JsonInteger::AppendToMsgPack(BigEndianWriter* writer) const {
 // Reading the value settles a real that still holds its source text.
 void JsonReal::AppendToMsgPack(BigEndianWriter* writer) const { WriteReal(Get(), writer); }
 
-void JsonTrue::AppendToMsgPack(BigEndianWriter* writer) const { writer->Write8(0xC3); }
-void JsonFalse::AppendToMsgPack(BigEndianWriter* writer) const { writer->Write8(0xC2); }
-void JsonNull::AppendToMsgPack(BigEndianWriter* writer) const { writer->Write8(0xC0); }
+void JsonTrue::AppendToMsgPack(BigEndianWriter* writer) const { writer->Write8(kTrue); }
+void JsonFalse::AppendToMsgPack(BigEndianWriter* writer) const { writer->Write8(kFalse); }
+void JsonNull::AppendToMsgPack(BigEndianWriter* writer) const { writer->Write8(kNil); }
 
 void JsonObject::AppendToMsgPack(BigEndianWriter* writer) const { WriteTree(this, writer); }
 void JsonArray::AppendToMsgPack(BigEndianWriter* writer) const { WriteTree(this, writer); }

@@ -3,6 +3,8 @@
 // by memory alone.
 #include <string.h>
 
+#include <algorithm>
+
 #include "Mjson.h"
 #include "MjsonInternal.h"
 #include "MjsonScratch.h"
@@ -60,6 +62,133 @@ void JsonValue::SkipWhitespace(const std::string& text, ParserContext& ctx) {
   ctx.fPosition = p;
 }
 
+namespace {
+
+// Decodes the escape whose letter `e` follows a backslash; `p` points after
+// the letter and is moved past the digits of \u escapes. False, with the
+// error and position set, for an escape the grammar does not allow.
+bool DecodeEscape(char e, const std::string& text, const char*& p, std::string& out,
+                  ParserContext& ctx) {
+  switch (e) {
+    case '"':
+    case '\\':
+    case '/':
+      out.push_back(e);
+      return true;
+    case 'b':
+      out.push_back('\b');
+      return true;
+    case 'f':
+      out.push_back('\f');
+      return true;
+    case 'n':
+      out.push_back('\n');
+      return true;
+    case 'r':
+      out.push_back('\r');
+      return true;
+    case 't':
+      out.push_back('\t');
+      return true;
+    case 'u':
+      break;
+    default:
+      ctx.fPosition = static_cast<size_t>(p - 1 - text.data());
+      if (ctx.fError.empty()) ctx.fError = "illegally quoted character";
+      return false;
+  }
+  const char* data = text.data();
+  const char* end = data + text.size();
+  ctx.fPosition = static_cast<size_t>(p - data);
+  unsigned short code = 0;
+  if (end - p < 5 || !Parse4HexDigits(text, ctx, code)) {
+    if (ctx.fError.empty()) ctx.fError = "incorrect utf16 char quoting";
+    return false;
+  }
+  p = data + ctx.fPosition;
+  if (code < 0xD800 || code > 0xDBFF || end - p <= 6 || p[0] != '\\' || p[1] != 'u') {
+    AppendUnicodeAsUTF8(out, code);  // also a lone low or unpaired high surrogate
+    return true;
+  }
+  ctx.fPosition += 2;
+  unsigned short low = 0;
+  if (!Parse4HexDigits(text, ctx, low)) {
+    if (ctx.fError.empty()) ctx.fError = "incorrect utf32 char quoting";
+    return false;
+  }
+  p = data + ctx.fPosition;
+  if (low >= 0xDC00 && low <= 0xDFFF) {
+    // Joined with OR, not addition: for high surrogates from D840 up, bit
+    // 16 merges instead of carrying. Kept on purpose.
+    unsigned cp = ((static_cast<unsigned>(code) - 0xD800) << 10) |
+                  (static_cast<unsigned>(low) - 0xDC00) | 0x10000;
+    AppendUnicodeAsUTF8(out, cp);
+  } else {
+    AppendUnicodeAsUTF8(out, code);
+    AppendUnicodeAsUTF8(out, low);
+  }
+  return true;
+}
+
+// The rest of a string from `p`, the first byte that needs attention, to
+// its closing quote. On success the position is after the quote; on failure
+// `out` is cleared and the error and position say what went wrong.
+bool DecodeStringTail(const std::string& text, const char* p, std::string& out,
+                      ParserContext& ctx) {
+  const char* data = text.data();
+  const char* end = data + text.size();
+  for (;;) {
+    if (p >= end) break;
+    unsigned char c = static_cast<unsigned char>(*p);
+    if (c == '"') {
+      ctx.fPosition = static_cast<size_t>(p + 1 - data);
+      return true;
+    }
+    if (c < 0x20) {
+      ctx.fPosition = static_cast<size_t>(p - data);
+      if (ctx.fError.empty()) ctx.fError = "control character must be quoted";
+      break;
+    }
+    if (c != '\\') {
+      const char* run = FindSpecial(p, end);
+      out.append(p, run);
+      p = run;
+      continue;
+    }
+    // A backslash that ends the text is an ordinary byte.
+    if (p + 1 >= end) {
+      out.push_back('\\');
+      ++p;
+      continue;
+    }
+    char e = p[1];
+    p += 2;
+    if (!DecodeEscape(e, text, p, out, ctx)) break;
+  }
+  out.clear();
+  if (ctx.fError.empty()) ctx.fError = "string quote sign expected";
+  if (p >= end) ctx.fPosition = text.size();
+  return false;
+}
+
+// A decoded string that is not UTF-8: the message names the offset and, when
+// there is one, the start of the string before it.
+void ReportBadUtf8(std::string& out, size_t badPos, ParserContext& ctx) {
+  out.resize(std::min<size_t>(badPos, 20));
+  ctx.fPosition += badPos;
+  ctx.fError = "illegal UTF8 character found at position " + std::to_string(badPos);
+  if (!out.empty()) {
+    ctx.fError += " in string which starts with \"";
+    ctx.fError += out;
+    ctx.fError += '"';
+  }
+  out.clear();
+}
+
+}  // namespace
+
+// Strings without escapes, the most common, are found by one scan and
+// copied in one piece; the rest are decoded escape by escape.
 bool JsonValue::ParseString(const std::string& text, std::string& out, ParserContext& ctx) {
   const char* data = text.data();
   const char* end = data + text.size();
@@ -70,124 +199,15 @@ bool JsonValue::ParseString(const std::string& text, std::string& out, ParserCon
   }
   const char* start = data + pos + 1;
   const char* p = FindSpecial(start, end);
-  if (p < end && *p == '"') {
-    out.assign(start, p);
+  out.assign(start, p);
+  if (p < end && *p == '"')
     ctx.fPosition = static_cast<size_t>(p + 1 - data);
-  } else {
-    out.assign(start, p);
-    bool failed = false;
-    for (;;) {
-      if (p >= end) {
-        failed = true;
-        break;
-      }
-      unsigned char c = static_cast<unsigned char>(*p);
-      if (c == '"') {
-        ++p;
-        break;
-      }
-      if (c < 0x20) {
-        ctx.fPosition = static_cast<size_t>(p - data);
-        if (ctx.fError.empty()) ctx.fError = "control character must be quoted";
-        failed = true;
-        break;
-      }
-      if (c != '\\') {
-        const char* run = FindSpecial(p, end);
-        out.append(p, run);
-        p = run;
-        continue;
-      }
-      // A backslash that ends the text is an ordinary byte.
-      if (p + 1 >= end) {
-        out.push_back('\\');
-        ++p;
-        continue;
-      }
-      char e = p[1];
-      p += 2;
-      switch (e) {
-        case '"':
-        case '\\':
-        case '/':
-          out.push_back(e);
-          break;
-        case 'b':
-          out.push_back('\b');
-          break;
-        case 'f':
-          out.push_back('\f');
-          break;
-        case 'n':
-          out.push_back('\n');
-          break;
-        case 'r':
-          out.push_back('\r');
-          break;
-        case 't':
-          out.push_back('\t');
-          break;
-        case 'u': {
-          ctx.fPosition = static_cast<size_t>(p - data);
-          unsigned short code = 0;
-          if (end - p < 5 || !Parse4HexDigits(text, ctx, code)) {
-            if (ctx.fError.empty()) ctx.fError = "incorrect utf16 char quoting";
-            failed = true;
-            break;
-          }
-          p = data + ctx.fPosition;
-          if (code >= 0xD800 && code <= 0xDBFF && end - p > 6 && p[0] == '\\' && p[1] == 'u') {
-            ctx.fPosition += 2;
-            unsigned short low = 0;
-            if (!Parse4HexDigits(text, ctx, low)) {
-              if (ctx.fError.empty()) ctx.fError = "incorrect utf32 char quoting";
-              failed = true;
-              break;
-            }
-            p = data + ctx.fPosition;
-            if (low >= 0xDC00 && low <= 0xDFFF) {
-              // Joined with OR, not addition: for high surrogates from
-              // D840 up, bit 16 merges instead of carrying. Kept on purpose.
-              unsigned cp = ((static_cast<unsigned>(code) - 0xD800) << 10) |
-                            (static_cast<unsigned>(low) - 0xDC00) | 0x10000;
-              AppendUnicodeAsUTF8(out, cp);
-            } else {
-              AppendUnicodeAsUTF8(out, code);
-              AppendUnicodeAsUTF8(out, low);
-            }
-          } else {
-            AppendUnicodeAsUTF8(out, code);
-          }
-          break;
-        }
-        default:
-          ctx.fPosition = static_cast<size_t>(p - 1 - data);
-          if (ctx.fError.empty()) ctx.fError = "illegally quoted character";
-          failed = true;
-          break;
-      }
-      if (failed) break;
-    }
-    if (failed) {
-      out.clear();
-      if (ctx.fError.empty()) ctx.fError = "string quote sign expected";
-      if (p >= end) ctx.fPosition = text.size();
-      return false;
-    }
-    ctx.fPosition = static_cast<size_t>(p - data);
-  }
+  else if (!DecodeStringTail(text, p, out, ctx))
+    return false;
   if (ctx.fNoUTF8Check || ctx.fInputIsUTF8) return true;
   size_t badPos = 0;
   if (IsUTF8(out, &badPos)) return true;
-  out.resize(std::min<size_t>(badPos, 20));
-  ctx.fPosition += badPos;
-  ctx.fError = "illegal UTF8 character found at position " + std::to_string(badPos);
-  if (!out.empty()) {
-    ctx.fError += " in string which starts with \"";
-    ctx.fError += out;
-    ctx.fError += '"';
-  }
-  out.clear();
+  ReportBadUtf8(out, badPos, ctx);
   return false;
 }
 
@@ -272,15 +292,34 @@ class TextParser {
     return true;
   }
 
-  // Starts a value: returns a finished scalar, or pushes a container frame
-  // and returns null with `*opened` set; null without `*opened` is failure.
-  JsonValue* BeginValue(ValueMode mode, const JsonCompiledObjectContext* table, bool* opened);
+  // What starting a value gave: a finished value (a scalar), or a container
+  // frame pushed to be filled, or neither: a failure, with the error set.
+  struct Began {
+    JsonValue* value;
+    bool opened;
+    bool Failed() const { return !value && !opened; }
+  };
+  // What a step of the top frame gave: the finished container, or how the
+  // next value must look, or a failure with the error set.
+  struct Step {
+    enum Outcome : uint8_t { kClosed, kValue, kFailed } outcome;
+    JsonValue* closed;
+    ValueMode mode;
+    const JsonCompiledObjectContext* table;
+    static Step Closed(JsonValue* v) { return {kClosed, v, ValueMode::kAny, nullptr}; }
+    static Step Value(ValueMode m, const JsonCompiledObjectContext* t) { return {kValue, nullptr, m, t}; }
+    static Step Failed() { return {kFailed, nullptr, ValueMode::kAny, nullptr}; }
+  };
+
+  Began BeginValue(ValueMode mode, const JsonCompiledObjectContext* table);
+  Began Open(Kind kind, const JsonCompiledObjectContext* table);
   JsonValue* ParseScalar();
-  void OpenFrame(Kind kind, const JsonCompiledObjectContext* table);
-  // One step of the top frame. Returns a finished container, or null with
-  // `*next` describing the value to parse next; null with no next value and
-  // an error means failure.
-  JsonValue* StepFrame(bool* wantValue, ValueMode* mode, const JsonCompiledObjectContext** table);
+  // One step of the top frame: past separators to its end or its next value.
+  Step StepFrame();
+  // The top frame's container, built from its children; the frame is popped.
+  JsonValue* CloseFrame();
+  // A member's key and colon; how its value must look.
+  Step ReadMemberKey(Frame& f);
   bool Attach(JsonValue* value);
   void Unwind(bool failedInValue);
 
@@ -331,7 +370,7 @@ JsonValue* TextParser::ParseScalar() {
   return nullptr;
 }
 
-void TextParser::OpenFrame(Kind kind, const JsonCompiledObjectContext* table) {
+TextParser::Began TextParser::Open(Kind kind, const JsonCompiledObjectContext* table) {
   Frame f{};
   f.kind = kind;
   f.previous = fText[fCtx.fPosition];
@@ -344,102 +383,62 @@ void TextParser::OpenFrame(Kind kind, const JsonCompiledObjectContext* table) {
   fFrames.push_back(f);
   ++fCtx.fPosition;  // the opening bracket
   SkipWs();
+  return {nullptr, true};
 }
 
-JsonValue* TextParser::BeginValue(ValueMode mode, const JsonCompiledObjectContext* table,
-                                  bool* opened) {
-  *opened = false;
+TextParser::Began TextParser::BeginValue(ValueMode mode, const JsonCompiledObjectContext* table) {
   switch (mode) {
     case ValueMode::kCompiledOnly:
-      if (!table || AtEnd() || Peek() != '{') {
-        Fail("illegal compiled object");
-        return nullptr;
-      }
-      OpenFrame(Kind::kCompiled, table);
-      *opened = true;
-      return nullptr;
+      if (!table || AtEnd() || Peek() != '{') break;
+      return Open(Kind::kCompiled, table);
     case ValueMode::kObjectOnly:
-      if (AtEnd() || Peek() != '{') {
-        Fail("illegal object");
-        return nullptr;
-      }
-      OpenFrame(Kind::kObject, nullptr);
-      *opened = true;
-      return nullptr;
+      if (AtEnd() || Peek() != '{') break;
+      return Open(Kind::kObject, nullptr);
     case ValueMode::kArrayOnly:
-      if (AtEnd() || Peek() != '[') {
-        Fail("illegal array");
-        return nullptr;
-      }
-      OpenFrame(Kind::kArray, table);
-      *opened = true;
-      return nullptr;
+      if (AtEnd() || Peek() != '[') break;
+      return Open(Kind::kArray, table);
     case ValueMode::kAny:
-      break;
+      if (AtEnd()) {
+        Fail("unexpected end of input");
+        return {nullptr, false};
+      }
+      if (Peek() == '{') return Open(table ? Kind::kCompiled : Kind::kObject, table);
+      if (Peek() == '[') return Open(Kind::kArray, table);
+      return {ParseScalar(), false};
   }
-  if (AtEnd()) {
-    Fail("unexpected end of input");
-    return nullptr;
-  }
-  char c = Peek();
-  if (c == '{') {
-    OpenFrame(table ? Kind::kCompiled : Kind::kObject, table);
-    *opened = true;
-    return nullptr;
-  }
-  if (c == '[') {
-    OpenFrame(Kind::kArray, table);
-    *opened = true;
-    return nullptr;
-  }
-  return ParseScalar();
+  Fail(mode == ValueMode::kCompiledOnly ? "illegal compiled object"
+       : mode == ValueMode::kObjectOnly ? "illegal object"
+                                        : "illegal array");
+  return {nullptr, false};
 }
 
-JsonValue* TextParser::StepFrame(bool* wantValue, ValueMode* mode,
-                                 const JsonCompiledObjectContext** table) {
-  *wantValue = false;
+TextParser::Step TextParser::StepFrame() {
   Frame& f = fFrames.back();
   const bool isArray = f.kind == Kind::kArray;
   const bool isCompiled = f.kind == Kind::kCompiled;
   for (;;) {
     if (AtEnd()) {
       Fail(isArray ? "illegal array" : isCompiled ? "illegal compiled object" : "illegal object");
-      return nullptr;
+      return Step::Failed();
     }
-    char c = Peek();
-    bool empty = isCompiled ? f.compiled->Empty() : f.count == 0;
+    const char c = Peek();
+    const bool empty = isCompiled ? f.compiled->Empty() : f.count == 0;
     if (c == (isArray ? ']' : '}')) {
       if (f.previous == ',') {
         Fail(isArray ? "array must not end with comma"
              : isCompiled ? "object list must not end with comma"
                           : "object list must not end with a comma");
-        return nullptr;
+        return Step::Failed();
       }
       ++fCtx.fPosition;
       SkipWs();
-      JsonValue* done;
-      if (isArray) {
-        auto* array = mjson::NewNode<JsonArray>();
-        array->AdoptValues(fValues.data() + f.base, fValues.size() - f.base);
-        fValues.resize(f.base);
-        done = array;
-      } else if (isCompiled) {
-        done = f.compiled;
-        f.compiled = nullptr;
-      } else {
-        auto* object = mjson::NewNode<JsonObject>(fCtx.fKeepObjectOrder);
-        object->AdoptMembers(fPairs.data() + f.base, fPairs.size() - f.base);
-        fPairs.resize(f.base);
-        done = object;
-      }
-      fFrames.pop_back();
-      return done;
+      return Step::Closed(CloseFrame());
     }
     if (c == ',') {
       if (f.previous == ',' || empty) {
         Fail(isArray ? "expected value in front before comma"
                      : "expected key value pair in front before comma");
-        return nullptr;
+        return Step::Failed();
       }
       f.previous = ',';
       ++fCtx.fPosition;
@@ -449,58 +448,76 @@ JsonValue* TextParser::StepFrame(bool* wantValue, ValueMode* mode,
     if (f.previous != ',' && !empty) {
       Fail(isArray ? "comma separator expected between values"
                    : "comma separator expected between key value pairs");
-      return nullptr;
+      return Step::Failed();
     }
     f.previous = c;
-    *wantValue = true;
-    if (isArray) {
-      *mode = f.table ? ValueMode::kCompiledOnly : ValueMode::kAny;
-      *table = f.table;
-      return nullptr;
-    }
-    // A key, a colon, and then the value.
-    std::string_view key;
-    if (!ScanString(key)) {
-      if (fCtx.fError.empty())
-        fCtx.fError = "key (string) expected";
-      else
-        fCtx.fError += " while parsing a key";
-      *wantValue = false;
-      return nullptr;
-    }
-    SkipWs();
-    if (AtEnd() || Peek() != ':') {
-      Fail("colon expected");
-      *wantValue = false;
-      return nullptr;
-    }
-    ++fCtx.fPosition;
-    SkipWs();
-    *mode = ValueMode::kAny;
-    *table = nullptr;
-    if (!isCompiled) {
-      fPairs.emplace_back(key.data(), key.size());
-      return nullptr;
-    }
-    if (key.data() != fKey.data()) fKey.assign(key);
-    size_t slot = f.table->GetIndexForKey(fKey);
-    f.slot = slot;
-    f.droppingValue = slot >= f.compiled->SlotCount();
-    if (!f.droppingValue) {
-      unsigned short flags = f.table->KeyFlags(slot);
-      const JsonCompiledObjectContext* sub = f.table->SubContext(slot);
-      if ((flags & JsonCompiledObjectContext::kCompiledObject) && sub) {
-        *mode = ValueMode::kCompiledOnly;
-        *table = sub;
-      } else if (flags & JsonCompiledObjectContext::kPlainObject) {
-        *mode = ValueMode::kObjectOnly;
-      } else if (flags & JsonCompiledObjectContext::kArrayMask) {
-        *mode = ValueMode::kArrayOnly;
-        *table = sub;
-      }
-    }
-    return nullptr;
+    if (isArray) return Step::Value(f.table ? ValueMode::kCompiledOnly : ValueMode::kAny, f.table);
+    return ReadMemberKey(f);
   }
+}
+
+JsonValue* TextParser::CloseFrame() {
+  Frame& f = fFrames.back();
+  JsonValue* done;
+  switch (f.kind) {
+    case Kind::kArray: {
+      auto* array = mjson::NewNode<JsonArray>();
+      array->AdoptValues(fValues.data() + f.base, fValues.size() - f.base);
+      fValues.resize(f.base);
+      done = array;
+      break;
+    }
+    case Kind::kCompiled:
+      done = f.compiled;
+      f.compiled = nullptr;
+      break;
+    default: {
+      auto* object = mjson::NewNode<JsonObject>(fCtx.fKeepObjectOrder);
+      object->AdoptMembers(fPairs.data() + f.base, fPairs.size() - f.base);
+      fPairs.resize(f.base);
+      done = object;
+      break;
+    }
+  }
+  fFrames.pop_back();
+  return done;
+}
+
+TextParser::Step TextParser::ReadMemberKey(Frame& f) {
+  std::string_view key;
+  if (!ScanString(key)) {
+    if (fCtx.fError.empty())
+      fCtx.fError = "key (string) expected";
+    else
+      fCtx.fError += " while parsing a key";
+    return Step::Failed();
+  }
+  SkipWs();
+  if (AtEnd() || Peek() != ':') {
+    Fail("colon expected");
+    return Step::Failed();
+  }
+  ++fCtx.fPosition;
+  SkipWs();
+  if (f.kind != Kind::kCompiled) {
+    fPairs.emplace_back(key.data(), key.size());
+    return Step::Value(ValueMode::kAny, nullptr);
+  }
+  // A compiled object's key table says how the value must look; a key it
+  // does not know has its value parsed and dropped.
+  if (key.data() != fKey.data()) fKey.assign(key);
+  const size_t slot = f.table->GetIndexForKey(fKey);
+  f.slot = slot;
+  f.droppingValue = slot >= f.compiled->SlotCount();
+  if (f.droppingValue) return Step::Value(ValueMode::kAny, nullptr);
+  const unsigned short flags = f.table->KeyFlags(slot);
+  const JsonCompiledObjectContext* sub = f.table->SubContext(slot);
+  if ((flags & JsonCompiledObjectContext::kCompiledObject) && sub)
+    return Step::Value(ValueMode::kCompiledOnly, sub);
+  if (flags & JsonCompiledObjectContext::kPlainObject)
+    return Step::Value(ValueMode::kObjectOnly, nullptr);
+  if (flags & JsonCompiledObjectContext::kArrayMask) return Step::Value(ValueMode::kArrayOnly, sub);
+  return Step::Value(ValueMode::kAny, nullptr);
 }
 
 bool TextParser::Attach(JsonValue* value) {
@@ -561,30 +578,31 @@ void TextParser::Unwind(bool failedInValue) {
 }
 
 JsonValue* TextParser::Run(ValueMode mode, const JsonCompiledObjectContext* table) {
-  bool opened = false;
-  JsonValue* value = BeginValue(mode, table, &opened);
+  Began next = BeginValue(mode, table);
   for (;;) {
-    if (!value && !opened) {
+    if (next.Failed()) {
       Unwind(true);
       return nullptr;
     }
-    while (value) {
-      if (fFrames.empty()) return value;
-      if (!Attach(value)) {
+    if (next.value) {
+      if (fFrames.empty()) return next.value;
+      if (!Attach(next.value)) {
         Unwind(false);
         return nullptr;
       }
-      value = nullptr;
     }
-    // Step the top frame until it closes or asks for a value.
-    bool wantValue = false;
-    value = StepFrame(&wantValue, &mode, &table);
-    if (value) continue;
-    if (!wantValue) {
-      Unwind(false);
-      return nullptr;
+    const Step step = StepFrame();
+    switch (step.outcome) {
+      case Step::kClosed:
+        next = {step.closed, false};
+        break;
+      case Step::kValue:
+        next = BeginValue(step.mode, step.table);
+        break;
+      case Step::kFailed:
+        Unwind(false);
+        return nullptr;
     }
-    value = BeginValue(mode, table, &opened);
   }
 }
 
@@ -613,11 +631,11 @@ JsonAutoRefPtr<JsonValue> JsonValue::ReadFromString(const std::string& text, Par
                                                     const JsonCompiledObjectContext* compiled) {
   ParserContext local;
   if (ctx) {
-    if (ctx->fDetectMsgPack && !text.empty()) {
-      unsigned char first = static_cast<unsigned char>(text[0]);
-      if ((first >= 0x80 && first <= 0x9F) || (first >= 0xDC && first <= 0xDF))
-        return ReadFromMsgPack(text, ctx, compiled);
-    }
+    // MessagePack documents are arrays or maps; no JSON text starts with
+    // one of their type bytes.
+    if (ctx->fDetectMsgPack && !text.empty() &&
+        mjson::msgpack::IsContainerCode(static_cast<unsigned char>(text[0])))
+      return ReadFromMsgPack(text, ctx, compiled);
     ctx->Reset();
   } else {
     ctx = &local;
@@ -625,14 +643,18 @@ JsonAutoRefPtr<JsonValue> JsonValue::ReadFromString(const std::string& text, Par
   if (!ctx->fNoUTF8Check && ctx->fCheckInputUTF8) ctx->fInputIsUTF8 = IsUTF8(text);
   SkipBOM(text, *ctx);
   SkipWhitespace(text, *ctx);
-  JsonAutoRefPtr<JsonValue> value(Parse(text, *ctx, compiled));
+  return mjson::FinishRead(text, *ctx, JsonAutoRefPtr<JsonValue>(Parse(text, *ctx, compiled)));
+}
+
+JsonAutoRefPtr<JsonValue> mjson::FinishRead(const std::string& input, ParserContext& ctx,
+                                            JsonAutoRefPtr<JsonValue> value) {
   if (!value) return value;
-  SkipWhitespace(text, *ctx);
-  if (ctx->fPosition < text.size()) {
-    ctx->fError = "illegal trailing characters after value";
+  JsonValue::SkipWhitespace(input, ctx);
+  if (ctx.fPosition < input.size()) {
+    ctx.fError = "illegal trailing characters after value";
     return {};
   }
-  ctx->fCompleted = true;
+  ctx.fCompleted = true;
   return value;
 }
 

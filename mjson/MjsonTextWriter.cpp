@@ -147,8 +147,13 @@ inline bool WriteScalar(const JsonValue* v, std::string& out) {
 // element and member slots are stepped over, as in the indented form.
 
 struct CompactFrame {
-  const void* cur;  // the next child not yet written
-  const void* end;
+  // A child position: an element of an array or a member of an object.
+  union Cursor {
+    JsonValue* const* element;
+    const JsonObject::Member* member;
+  };
+  Cursor cur;  // the next child not yet written
+  Cursor end;
   bool isArray;
   bool wroteAny;
 };
@@ -198,7 +203,7 @@ inline const JsonValue* OpenCompact(const JsonValue* v, std::vector<CompactFrame
       out.push_back(']');
       return nullptr;
     }
-    stack.push_back({cur + 1, end, true, true});
+    stack.push_back({{.element = cur + 1}, {.element = end}, true, true});
     return *cur;
   }
   if (v->Type() == JsonValue::Object) {
@@ -210,7 +215,7 @@ inline const JsonValue* OpenCompact(const JsonValue* v, std::vector<CompactFrame
       out.push_back('}');
       return nullptr;
     }
-    stack.push_back({m + 1, end, false, true});
+    stack.push_back({{.member = m + 1}, {.member = end}, false, true});
     return m->value;
   }
   // Compiled objects are rare; the general loop writes them, with all they
@@ -227,21 +232,19 @@ void WriteCompactTree(const JsonValue* root, std::string& out) {
     if (stack.empty()) return;
     CompactFrame& f = stack.back();
     if (f.isArray) {
-      auto* end = static_cast<JsonValue* const*>(f.end);
-      auto* cur = WriteCompactElements(static_cast<JsonValue* const*>(f.cur), end, f.wroteAny, out);
-      if (cur != end) {
+      JsonValue* const* cur = WriteCompactElements(f.cur.element, f.end.element, f.wroteAny, out);
+      if (cur != f.end.element) {
         next = *cur;
-        f.cur = cur + 1;
+        f.cur.element = cur + 1;
         continue;
       }
       out.push_back(']');
     } else {
-      auto* end = static_cast<const JsonObject::Member*>(f.end);
-      auto* m =
-          WriteCompactMembers(static_cast<const JsonObject::Member*>(f.cur), end, f.wroteAny, out);
-      if (m != end) {
+      const JsonObject::Member* m =
+          WriteCompactMembers(f.cur.member, f.end.member, f.wroteAny, out);
+      if (m != f.end.member) {
         next = m->value;
-        f.cur = m + 1;
+        f.cur.member = m + 1;
         continue;
       }
       out.push_back('}');

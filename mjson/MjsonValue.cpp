@@ -23,6 +23,8 @@ void MjsonAssertionFailed(const char* expression, const char* file, unsigned lin
   abort();
 }
 
+// The expression, file, line and function are the message users see when a
+// reference is released once too often; they never change.
 void JsonUseCounted::FailUseCountCheck() noexcept {
   MjsonAssertionFailed("fUseCount > 0", "JsonAutoRefPtr", 372, "Release");
 }
