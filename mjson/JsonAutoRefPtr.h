@@ -151,5 +151,3 @@ template <class T, class U>
 bool operator==(const JsonAutoRefPtr<T>& a, const JsonAutoRefPtr<U>& b) noexcept {
   return a.get() == b.get();
 }
-
-

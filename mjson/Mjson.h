@@ -11,8 +11,8 @@
 // heap, so a document nested a million levels deep costs memory, not stack.
 #pragma once
 
-#include <cstddef>
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <string>
@@ -38,10 +38,10 @@ class TreeCopier;
 
 // Per-parse state shared by the text parser and the MessagePack reader.
 struct ParserContext {
-  size_t fPosition = 0;    // offset of the next byte; where a failed parse stopped
-  size_t fLine = 0;        // line breaks passed while skipping whitespace (zero-based)
-  size_t fLineStart = 0;   // offset just after the last counted line break
-  std::string fError;      // empty while no error occurred
+  size_t fPosition = 0;   // offset of the next byte; where a failed parse stopped
+  size_t fLine = 0;       // line breaks passed while skipping whitespace (zero-based)
+  size_t fLineStart = 0;  // offset just after the last counted line break
+  std::string fError;     // empty while no error occurred
   bool fFailOnDuplicateKey = false;
   bool fDetectMsgPack = false;
   bool fKeepObjectOrder = false;
@@ -166,7 +166,9 @@ class JsonValue : public JsonUseCounted {
 };
 
 bool operator==(const JsonValue& a, const JsonValue& b);
-inline bool operator!=(const JsonValue& a, const JsonValue& b) { return !(a == b); }
+inline bool operator!=(const JsonValue& a, const JsonValue& b) {
+  return !(a == b);
+}
 
 class JsonString final : public JsonValue {
  public:
@@ -203,8 +205,7 @@ class JsonInteger final : public JsonValue {
   explicit JsonInteger(long long v) : JsonValue(Integer), fValue(v) {}
   // The flag follows the value alone; the bool is accepted for callers that
   // state their intent and is otherwise ignored.
-  JsonInteger(unsigned long long v, bool)
-      : JsonValue(Integer), fValue(static_cast<long long>(v)) {
+  JsonInteger(unsigned long long v, bool) : JsonValue(Integer), fValue(static_cast<long long>(v)) {
     fAux8 = v > static_cast<unsigned long long>(sMaxInt64);
   }
   JsonInteger(const JsonInteger&) = default;
@@ -213,7 +214,7 @@ class JsonInteger final : public JsonValue {
   void Get(long long& out) const { out = Get(); }
   void Get(unsigned long long& out) const {
     out = IsLargeUnsigned() ? static_cast<unsigned long long>(fValue)
-                         : (fValue < 0 ? 0 : static_cast<unsigned long long>(fValue));
+                            : (fValue < 0 ? 0 : static_cast<unsigned long long>(fValue));
   }
   bool IsLargeUnsigned() const { return fAux8 != 0; }
   // The stored 64-bit pattern, whatever its reading.
@@ -240,12 +241,12 @@ class JsonReal final : public JsonValue {
   // so most lazily converted numbers need no string of their own.
   struct Shape {
     bool negative;
-    uint8_t intDigits;   // 1..19
+    uint8_t intDigits;  // 1..19
     bool hasFraction;
     uint8_t fracDigits;  // 0..17
     bool hasExponent;
     bool upperE;
-    char exponentSign;   // 0, '+' or '-'
+    char exponentSign;  // 0, '+' or '-'
     uint8_t exponentDigit;
   };
 
@@ -335,8 +336,9 @@ class JsonReal final : public JsonValue {
   // Only for a real nobody else can see yet (construction).
   void SetValue(double v, int digits) {
     __builtin_memcpy(&fBits, &v, sizeof v);
-    uint32_t clamped =
-        static_cast<uint32_t>(digits < 0 ? 0 : digits > kMaxDigits ? kMaxDigits : digits);
+    uint32_t clamped = static_cast<uint32_t>(digits < 0            ? 0
+                                             : digits > kMaxDigits ? kMaxDigits
+                                                                   : digits);
     SetFormUnshared(kSettled | (clamped << 2));
   }
   void SetFormUnshared(uint32_t form) {
@@ -551,10 +553,10 @@ class JsonArray final : public JsonValue {
 
   void ForEach(
       const std::function<void(size_t index, const JsonAutoRefPtr<JsonValue>& value)>& fn) const;
-  bool ForEachWithUserData(const std::function<void(size_t index, const JsonValue* value,
-                                                    void* userData, bool& ok,
-                                                    std::string* error)>& fn,
-                           void* userData, std::string* errors) const;
+  bool ForEachWithUserData(
+      const std::function<void(size_t index, const JsonValue* value, void* userData, bool& ok,
+                               std::string* error)>& fn,
+      void* userData, std::string* errors) const;
 
   bool IsEqual(const JsonArray& other) const;
 

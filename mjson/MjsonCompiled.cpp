@@ -103,7 +103,9 @@ bool JsonCompiledObject::InsertBool(size_t index, bool value) {
                              value ? static_cast<JsonValue*>(new JsonTrue()) : new JsonFalse());
 }
 
-bool JsonCompiledObject::InsertNull(size_t index) { return InsertValueInternal(index, new JsonNull()); }
+bool JsonCompiledObject::InsertNull(size_t index) {
+  return InsertValueInternal(index, new JsonNull());
+}
 
 JsonAutoRefPtr<JsonValue> JsonCompiledObject::At(size_t index) const {
   if (index >= fSlots.size() || !fSlots[index]) return {};
@@ -195,4 +197,3 @@ void JsonCompiledObject::ForEach(
 bool JsonCompiledObject::IsEqual(const JsonCompiledObject& other) const {
   return static_cast<const JsonValue&>(*this) == static_cast<const JsonValue&>(other);
 }
-

@@ -63,7 +63,9 @@ const SipKey& ProcessSipKey() {
   return key;
 }
 
-inline uint64_t Rotl(uint64_t x, int b) { return (x << b) | (x >> (64 - b)); }
+inline uint64_t Rotl(uint64_t x, int b) {
+  return (x << b) | (x >> (64 - b));
+}
 
 struct SipState {
   uint64_t v0, v1, v2, v3;
@@ -103,7 +105,8 @@ uint64_t KeyedHash(const char* p, size_t n) {
     n -= 8;
   }
   uint64_t last = length << 56;
-  for (size_t i = 0; i < n; ++i) last |= static_cast<uint64_t>(static_cast<unsigned char>(p[i])) << (8 * i);
+  for (size_t i = 0; i < n; ++i)
+    last |= static_cast<uint64_t>(static_cast<unsigned char>(p[i])) << (8 * i);
   s.Absorb(last);
   s.v2 ^= 0xff;
   s.Round();
@@ -116,11 +119,15 @@ inline uint64_t IndexHashOf(uint32_t which, const char* p, size_t n) {
   return which == kFastHash ? MjsonFastKeyHash(p, n) : KeyedHash(p, n);
 }
 
-inline bool SameKey(const CompactString& a, std::string_view b) { return a == b; }
+inline bool SameKey(const CompactString& a, std::string_view b) {
+  return a == b;
+}
 
 }  // namespace
 
-JsonObject::JsonObject(bool keepOrder) : JsonValue(Object) { fAux8 = keepOrder; }
+JsonObject::JsonObject(bool keepOrder) : JsonValue(Object) {
+  fAux8 = keepOrder;
+}
 
 JsonObject::JsonObject(const JsonObject& other) : JsonValue(other) {
   fMembers.reserve(other.fMembers.size());
@@ -145,7 +152,9 @@ JsonObject& JsonObject::operator=(JsonObject&& other) noexcept {
   return *this;
 }
 
-JsonObject::~JsonObject() { ClearMembers(); }
+JsonObject::~JsonObject() {
+  ClearMembers();
+}
 
 void JsonObject::ClearMembers() {
   for (Member& m : fMembers) ReleaseChild(m.value);
@@ -174,7 +183,9 @@ size_t JsonObject::Find(std::string_view key) const {
   }
 }
 
-void JsonObject::RebuildIndex() { RebuildIndex(fIndex ? fIndex[1] : kFastHash); }
+void JsonObject::RebuildIndex() {
+  RebuildIndex(fIndex ? fIndex[1] : kFastHash);
+}
 
 // Builds the index with the given hash. A fast index whose keys pile up in
 // one long probe run is built again with the keyed hash, which then stays.
@@ -280,7 +291,6 @@ bool JsonObject::InsertValueInternal(const std::string& key, JsonValue* value, b
   return InsertValueWithNonUTF8KeyInternal(std::string(key), value);
 }
 
-
 bool JsonObject::InsertValue(const std::string& key, const JsonAutoRefPtr<JsonValue>& value,
                              bool keyIsUTF8) {
   if (!keyIsUTF8 && !IsUTF8(key)) return false;
@@ -299,8 +309,7 @@ bool JsonObject::InsertValue(const std::string& key, JsonAutoRefPtr<JsonValue>&&
   return InsertValueWithNonUTF8KeyInternal(std::string(key), value.release());
 }
 
-bool JsonObject::InsertValue(std::string&& key, JsonAutoRefPtr<JsonValue>&& value,
-                             bool keyIsUTF8) {
+bool JsonObject::InsertValue(std::string&& key, JsonAutoRefPtr<JsonValue>&& value, bool keyIsUTF8) {
   if (!keyIsUTF8 && !IsUTF8(key)) return false;
   return InsertValueWithNonUTF8KeyInternal(std::move(key), value.release());
 }
@@ -327,8 +336,8 @@ bool JsonObject::InsertString(const std::string& key, const std::string& value, 
                               bool valueIsUTF8) {
   if (!keyIsUTF8 && !IsUTF8(key)) return false;
   if (!valueIsUTF8 && !IsUTF8(value)) return false;
-  return InsertValueWithNonUTF8KeyInternal(std::string(key),
-                                           new JsonString(std::string(value), JsonString::Trusted{}));
+  return InsertValueWithNonUTF8KeyInternal(
+      std::string(key), new JsonString(std::string(value), JsonString::Trusted{}));
 }
 
 bool JsonObject::InsertString(std::string&& key, std::string&& value, bool keyIsUTF8,
@@ -356,8 +365,8 @@ bool JsonObject::InsertReal(const std::string& key, double value, bool keyIsUTF8
 }
 
 bool JsonObject::InsertBool(const std::string& key, bool value, bool keyIsUTF8) {
-  return InsertValueInternal(
-      key, value ? static_cast<JsonValue*>(new JsonTrue()) : new JsonFalse(), keyIsUTF8);
+  return InsertValueInternal(key, value ? static_cast<JsonValue*>(new JsonTrue()) : new JsonFalse(),
+                             keyIsUTF8);
 }
 
 bool JsonObject::InsertNull(const std::string& key, bool keyIsUTF8) {
@@ -426,7 +435,9 @@ bool JsonObject::IsEqual(const JsonObject& other) const {
   return static_cast<const JsonValue&>(*this) == static_cast<const JsonValue&>(other);
 }
 
-std::string ObjectStepper::Key() const { return fObject->fMembers[fIndex].key.Str(); }
+std::string ObjectStepper::Key() const {
+  return fObject->fMembers[fIndex].key.Str();
+}
 
 JsonAutoRefPtr<JsonValue> ObjectStepper::Value() const {
   JsonValue* v = fObject->fMembers[fIndex].value;
@@ -457,7 +468,9 @@ JsonArray::~JsonArray() {
     if (v) ReleaseChild(v);
 }
 
-void JsonArray::Append(JsonValue* value) { fValues.push_back(value); }
+void JsonArray::Append(JsonValue* value) {
+  fValues.push_back(value);
+}
 
 void JsonArray::AdoptValues(JsonValue* const* first, size_t count) {
   if (fValues.empty())
@@ -474,7 +487,9 @@ void JsonArray::AddValue(JsonAutoRefPtr<JsonValue>&& value) {
   if (value) Append(value.release());
 }
 
-void JsonArray::AddValue(const JsonValue& value) { Append(CopyNoARefPtr(value)); }
+void JsonArray::AddValue(const JsonValue& value) {
+  Append(CopyNoARefPtr(value));
+}
 
 void JsonArray::AddValueInternal(JsonValue* value) {
   if (value) Append(value);
@@ -490,12 +505,18 @@ void JsonArray::AddString(std::string&& s, bool* added, bool isUTF8) {
   if (ok) Append(new JsonString(std::move(s), JsonString::Trusted{}));
 }
 
-void JsonArray::AddInteger(long long v) { Append(new JsonInteger(v)); }
-void JsonArray::AddReal(double v) { Append(new JsonReal(v, 0)); }
+void JsonArray::AddInteger(long long v) {
+  Append(new JsonInteger(v));
+}
+void JsonArray::AddReal(double v) {
+  Append(new JsonReal(v, 0));
+}
 void JsonArray::AddBool(bool v) {
   Append(v ? static_cast<JsonValue*>(new JsonTrue()) : new JsonFalse());
 }
-void JsonArray::AddNull() { Append(new JsonNull()); }
+void JsonArray::AddNull() {
+  Append(new JsonNull());
+}
 
 void JsonArray::InsertValueAtIndex(size_t index, const JsonAutoRefPtr<JsonValue>& value) {
   // Appending is AddValue's job; an index at or past the end does nothing.
@@ -524,7 +545,9 @@ void JsonArray::SetValueAtIndex(size_t index, const JsonAutoRefPtr<JsonValue>& v
   SetValueAtIndexInternal(index, mjson::NewReference(value));
 }
 
-void JsonArray::EraseAtIndex(size_t index) { Erase(index, 1); }
+void JsonArray::EraseAtIndex(size_t index) {
+  Erase(index, 1);
+}
 
 size_t JsonArray::Erase(size_t first, size_t count) {
   if (first >= fValues.size() || first >= 9223372036854775807ull) return 0;

@@ -40,7 +40,9 @@ inline uint64_t Load8(const char* p) {
 
 // Bit 7 of each byte lane is set where the lane is zero (exact for the
 // first such lane, which is all that callers use).
-inline uint64_t ZeroLanes(uint64_t w) { return (w - kOnes) & ~w & kHighs; }
+inline uint64_t ZeroLanes(uint64_t w) {
+  return (w - kOnes) & ~w & kHighs;
+}
 
 // Lanes holding a double quote, a backslash or a control byte.
 inline uint64_t SpecialLanes(uint64_t w) {
@@ -50,7 +52,9 @@ inline uint64_t SpecialLanes(uint64_t w) {
   return quote | backslash | control;
 }
 
-inline bool IsSpecialByte(unsigned char c) { return c == '"' || c == '\\' || c < 0x20; }
+inline bool IsSpecialByte(unsigned char c) {
+  return c == '"' || c == '\\' || c < 0x20;
+}
 
 // The first double quote, backslash or control byte at or after `p`, or
 // `end` when there is none: where a string ends or needs escaping.
@@ -79,7 +83,9 @@ inline const char* FindSpecial(const char* p, const char* end) {
   return p;
 }
 
-inline bool IsDigit(char c) { return c >= '0' && c <= '9'; }
+inline bool IsDigit(char c) {
+  return c >= '0' && c <= '9';
+}
 
 // ---------------------------------------------------------------------------
 // MessagePack type codes, as the format defines them. Codes that carry a
@@ -115,10 +121,10 @@ enum Code : uint8_t {
   kNegativeFixInt = 0xE0,  // 0xE0..0xFF: -32..-1
 };
 
-inline constexpr uint8_t kFixCountMask = 0x0F;   // count bits of fixmap and fixarray
+inline constexpr uint8_t kFixCountMask = 0x0F;  // count bits of fixmap and fixarray
 inline constexpr uint8_t kFixStrLengthMask = 0x1F;
-inline constexpr size_t kFixCountLimit = 16;     // counts below this fit a fix code
-inline constexpr size_t kFixStrLimit = 32;       // lengths below this fit fixstr
+inline constexpr size_t kFixCountLimit = 16;  // counts below this fit a fix code
+inline constexpr size_t kFixStrLimit = 32;    // lengths below this fit fixstr
 
 // True for the type codes of arrays and maps.
 inline bool IsContainerCode(unsigned char code) {

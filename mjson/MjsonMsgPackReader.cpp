@@ -17,7 +17,9 @@ namespace {
 
 using namespace mjson::msgpack;
 
-inline uint8_t Byte(const char* p) { return static_cast<uint8_t>(*p); }
+inline uint8_t Byte(const char* p) {
+  return static_cast<uint8_t>(*p);
+}
 
 // The big-endian number of sizeof(T) bytes at `p`, as a T.
 template <class T>
@@ -39,7 +41,9 @@ inline T LoadBig(const char* p) {
   }
 }
 
-inline void Fail(ParserContext& ctx, const char* message) { ctx.fError = message; }
+inline void Fail(ParserContext& ctx, const char* message) {
+  ctx.fError = message;
+}
 
 // Keys and short strings are mostly plain ASCII; those need no call.
 inline bool IsUTF8(const char* p, size_t n) {
@@ -242,11 +246,11 @@ class MsgPackReader {
   const char* const fEnd;
   ParserContext& fCtx;
   const bool fKeepOrder;
-  Scratch<Frame> fFramesScratch;
+  mjson::Scratch<Frame, mjson::ScratchUse::kMsgPackFrames> fFramesScratch;
   std::vector<Frame>& fFrames = fFramesScratch.Get();
-  Scratch<JsonValue*> fValuesScratch;
+  mjson::Scratch<JsonValue*, mjson::ScratchUse::kMsgPackValues> fValuesScratch;
   std::vector<JsonValue*>& fValues = fValuesScratch.Get();
-  Scratch<JsonObject::Member> fPairsScratch;
+  mjson::Scratch<JsonObject::Member, mjson::ScratchUse::kMsgPackPairs> fPairsScratch;
   std::vector<JsonObject::Member>& fPairs = fPairsScratch.Get();
   std::string fKey;
 };

@@ -93,9 +93,13 @@ inline void PutString(BigEndianWriter* w, const char* s, size_t n) {
 
 }  // namespace
 
-void BigEndianWriter::AddString(const std::string& s) { PutString(this, s.data(), s.size()); }
+void BigEndianWriter::AddString(const std::string& s) {
+  PutString(this, s.data(), s.size());
+}
 
-void BigEndianWriter::AddString(std::string_view s) { PutString(this, s.data(), s.size()); }
+void BigEndianWriter::AddString(std::string_view s) {
+  PutString(this, s.data(), s.size());
+}
 
 bool BigEndianWriter::Finish() {
   size_t used = static_cast<size_t>(fPosition - fStart);
@@ -376,24 +380,39 @@ bool JsonValue::WriteToMsgPack(std::string& out) const {
 }
 
 // Every concrete class has its own form; a value of no known class is nil.
-void JsonValue::AppendToMsgPack(BigEndianWriter* writer) const { writer->Write8(kNil); }
+void JsonValue::AppendToMsgPack(BigEndianWriter* writer) const {
+  writer->Write8(kNil);
+}
 
-void JsonString::AppendToMsgPack(BigEndianWriter* writer) const { writer->AddString(fValue); }
+void JsonString::AppendToMsgPack(BigEndianWriter* writer) const {
+  writer->AddString(fValue);
+}
 
 void JsonInteger::AppendToMsgPack(BigEndianWriter* writer) const {
   WriteInteger(fValue, IsLargeUnsigned(), writer);
 }
 
 // Reading the value settles a real that still holds its source text.
-void JsonReal::AppendToMsgPack(BigEndianWriter* writer) const { WriteReal(Get(), writer); }
+void JsonReal::AppendToMsgPack(BigEndianWriter* writer) const {
+  WriteReal(Get(), writer);
+}
 
-void JsonTrue::AppendToMsgPack(BigEndianWriter* writer) const { writer->Write8(kTrue); }
-void JsonFalse::AppendToMsgPack(BigEndianWriter* writer) const { writer->Write8(kFalse); }
-void JsonNull::AppendToMsgPack(BigEndianWriter* writer) const { writer->Write8(kNil); }
+void JsonTrue::AppendToMsgPack(BigEndianWriter* writer) const {
+  writer->Write8(kTrue);
+}
+void JsonFalse::AppendToMsgPack(BigEndianWriter* writer) const {
+  writer->Write8(kFalse);
+}
+void JsonNull::AppendToMsgPack(BigEndianWriter* writer) const {
+  writer->Write8(kNil);
+}
 
-void JsonObject::AppendToMsgPack(BigEndianWriter* writer) const { WriteTree(this, writer); }
-void JsonArray::AppendToMsgPack(BigEndianWriter* writer) const { WriteTree(this, writer); }
+void JsonObject::AppendToMsgPack(BigEndianWriter* writer) const {
+  WriteTree(this, writer);
+}
+void JsonArray::AppendToMsgPack(BigEndianWriter* writer) const {
+  WriteTree(this, writer);
+}
 void JsonCompiledObject::AppendToMsgPack(BigEndianWriter* writer) const {
   WriteTree(this, writer);
 }
-

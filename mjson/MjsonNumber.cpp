@@ -139,7 +139,9 @@ int JsonReal::DigitsOf(const Form& form) {
   }
 }
 
-int JsonReal::Digits() const { return DigitsOf(Load()); }
+int JsonReal::Digits() const {
+  return DigitsOf(Load());
+}
 
 bool JsonReal::HasPendingText() const {
   Form form = Load();
@@ -177,7 +179,9 @@ void JsonReal::CopyText(const Form& form) {
   }
 }
 
-void JsonReal::DeleteText(uint64_t bits) { delete TextOf(bits); }
+void JsonReal::DeleteText(uint64_t bits) {
+  delete TextOf(bits);
+}
 
 void JsonReal::AppendText(const Form& form, std::string& out) {
   if (form.State() == kText) {
@@ -349,14 +353,10 @@ JsonValue* JsonValue::ParseNumber(const std::string& text, ParserContext& ctx) {
     }
     result = mjson::NewNode<JsonReal>(d, digits);
   } else if (intDigits + static_cast<size_t>(fractionDigits) <= 19) {
-    JsonReal::Shape shape{negative,
-                          static_cast<uint8_t>(intDigits),
-                          fractionDigits > 0,
-                          static_cast<uint8_t>(fractionDigits),
-                          exponentDigits > 0,
-                          upperE,
-                          exponentSign,
-                          static_cast<uint8_t>(exponentDigit)};
+    JsonReal::Shape shape{negative,           static_cast<uint8_t>(intDigits),
+                          fractionDigits > 0, static_cast<uint8_t>(fractionDigits),
+                          exponentDigits > 0, upperE,
+                          exponentSign,       static_cast<uint8_t>(exponentDigit)};
     result = mjson::NewNode<JsonReal>(allDigits, shape, digits);
   } else {
     result = mjson::NewNode<JsonReal>(std::string(data + start, p - start), digits);
@@ -470,4 +470,3 @@ void JsonReal::AppendToString(std::string& out) const {
   }
   AppendText(form, out);
 }
-

@@ -1,6 +1,7 @@
-// Node memory of the value library, and the per-thread state of releasing
-// values: the small-block pool that nodes, container lists and string
-// blocks come from, and the queue that keeps freeing a tree iterative.
+// Node memory of the value library, and all of its per-thread state: the
+// small-block pool that nodes, container lists and string blocks come from,
+// the queue that keeps freeing a tree iterative, and the parsers' scratch
+// vectors.
 #include <stdio.h>
 #include <stdlib.h>
 
@@ -16,6 +17,7 @@
 
 #include "Mjson.h"
 #include "MjsonPool.h"
+#include "MjsonScratch.h"
 
 // ---------------------------------------------------------------------------
 // Releasing values
@@ -79,6 +81,27 @@ void JsonUseCounted::Destroy() const noexcept {
 }
 
 // ---------------------------------------------------------------------------
+// Parser scratch vectors (MjsonScratch.h)
+
+namespace {
+
+struct ThreadScratch {
+  mjson::ScratchSlot slots[static_cast<size_t>(mjson::ScratchUse::kCount)];
+  ~ThreadScratch() {
+    for (mjson::ScratchSlot& slot : slots)
+      if (slot.object) slot.destroy(slot.object);
+  }
+};
+
+thread_local ThreadScratch tScratch;
+
+}  // namespace
+
+mjson::ScratchSlot& mjson::ThreadScratchSlot(ScratchUse use) {
+  return tScratch.slots[static_cast<size_t>(use)];
+}
+
+// ---------------------------------------------------------------------------
 // Node allocation
 //
 // Nodes are carved from 64 KB slabs into size classes of 8 bytes. Each
@@ -116,8 +139,9 @@ constexpr size_t kKeptFreeSlabs = 4 << 20;
 // the heap's free pages back to the system.
 constexpr size_t kLargeBlock = 1 << 20;
 
-constexpr size_t ClassSize(size_t cls) { return (cls + 1) * kGranule; }
-
+constexpr size_t ClassSize(size_t cls) {
+  return (cls + 1) * kGranule;
+}
 
 // Nodes per batch: 256 small ones, or 8 KB of larger ones.
 constexpr uint32_t BatchNodes(size_t cls) {
@@ -217,7 +241,7 @@ class SharedPool {
       Batch current{nullptr, 0};
       const uint32_t batchNodes = BatchNodes(cls);
       for (const Batch& b : fBatches[cls]) {
-        for (FreeNode* n = b.head, *next; n; n = next) {
+        for (FreeNode *n = b.head, *next; n; n = next) {
           next = n->next;
           SlabHeader* slab = SlabOf(n);
           if (slab->tally == kReleasing) continue;
@@ -370,10 +394,18 @@ void FreeUnpooled(void* p, size_t size) noexcept {
 
 }  // namespace mjson::pool
 
-void* JsonPoolAllocate(size_t size) { return mjson::pool::Allocate(size); }
+void* JsonPoolAllocate(size_t size) {
+  return mjson::pool::Allocate(size);
+}
 
-void JsonPoolFree(void* p, size_t size) noexcept { mjson::pool::Free(p, size); }
+void JsonPoolFree(void* p, size_t size) noexcept {
+  mjson::pool::Free(p, size);
+}
 
-void* JsonValue::operator new(size_t size) { return mjson::pool::Allocate(size); }
+void* JsonValue::operator new(size_t size) {
+  return mjson::pool::Allocate(size);
+}
 
-void JsonValue::operator delete(void* p, size_t size) noexcept { mjson::pool::Free(p, size); }
+void JsonValue::operator delete(void* p, size_t size) noexcept {
+  mjson::pool::Free(p, size);
+}

@@ -24,7 +24,7 @@ inline constexpr bool kPoolNodes = true;
 #endif
 
 inline constexpr size_t kGranule = 8;
-inline constexpr size_t kClasses = 64;  // nodes and small lists up to 512 bytes
+inline constexpr size_t kClasses = 64;      // nodes and small lists up to 512 bytes
 inline constexpr size_t kLocalBatches = 8;  // full batches a thread keeps per class
 
 struct FreeNode {

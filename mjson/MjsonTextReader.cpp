@@ -242,7 +242,7 @@ class TextParser {
   enum class Kind : uint8_t { kObject, kArray, kCompiled };
   struct Frame {
     Kind kind;
-    char previous;  // the byte examined on the previous pass
+    char previous;       // the byte examined on the previous pass
     bool droppingValue;  // compiled: the pending value belongs to an unknown key
     size_t base;         // first scratch entry of this frame
     size_t count;        // pairs or elements parsed so far
@@ -307,7 +307,9 @@ class TextParser {
     ValueMode mode;
     const JsonCompiledObjectContext* table;
     static Step Closed(JsonValue* v) { return {kClosed, v, ValueMode::kAny, nullptr}; }
-    static Step Value(ValueMode m, const JsonCompiledObjectContext* t) { return {kValue, nullptr, m, t}; }
+    static Step Value(ValueMode m, const JsonCompiledObjectContext* t) {
+      return {kValue, nullptr, m, t};
+    }
     static Step Failed() { return {kFailed, nullptr, ValueMode::kAny, nullptr}; }
   };
 
@@ -325,11 +327,11 @@ class TextParser {
 
   const std::string& fText;
   ParserContext& fCtx;
-  Scratch<Frame> fFramesScratch;
+  mjson::Scratch<Frame, mjson::ScratchUse::kTextFrames> fFramesScratch;
   std::vector<Frame>& fFrames = fFramesScratch.Get();
-  Scratch<JsonObject::Member> fPairsScratch;
+  mjson::Scratch<JsonObject::Member, mjson::ScratchUse::kTextPairs> fPairsScratch;
   std::vector<JsonObject::Member>& fPairs = fPairsScratch.Get();
-  Scratch<JsonValue*> fValuesScratch;
+  mjson::Scratch<JsonValue*, mjson::ScratchUse::kTextValues> fValuesScratch;
   std::vector<JsonValue*>& fValues = fValuesScratch.Get();
   std::string fKey;
 };
@@ -425,7 +427,7 @@ TextParser::Step TextParser::StepFrame() {
     const bool empty = isCompiled ? f.compiled->Empty() : f.count == 0;
     if (c == (isArray ? ']' : '}')) {
       if (f.previous == ',') {
-        Fail(isArray ? "array must not end with comma"
+        Fail(isArray      ? "array must not end with comma"
              : isCompiled ? "object list must not end with comma"
                           : "object list must not end with a comma");
         return Step::Failed();
@@ -658,8 +660,7 @@ JsonAutoRefPtr<JsonValue> mjson::FinishRead(const std::string& input, ParserCont
   return value;
 }
 
-JsonAutoRefPtr<JsonObject> JsonObject::ReadFromString(const std::string& text,
-                                                      ParserContext* ctx) {
+JsonAutoRefPtr<JsonObject> JsonObject::ReadFromString(const std::string& text, ParserContext* ctx) {
   return ConvertToObject(JsonValue::ReadFromString(text, ctx, nullptr));
 }
 
@@ -672,4 +673,3 @@ JsonAutoRefPtr<JsonCompiledObject> JsonCompiledObject::ReadFromString(
     const std::string& text, const JsonCompiledObjectContext* compiled, ParserContext* ctx) {
   return ConvertToCompiledObject(JsonValue::ReadFromString(text, ctx, compiled));
 }
-

@@ -85,9 +85,15 @@ void JsonString::AppendToString(std::string& out) const {
   out.push_back('"');
 }
 
-void JsonTrue::AppendToString(std::string& out) const { out.append("true", 4); }
-void JsonFalse::AppendToString(std::string& out) const { out.append("false", 5); }
-void JsonNull::AppendToString(std::string& out) const { out.append("null", 4); }
+void JsonTrue::AppendToString(std::string& out) const {
+  out.append("true", 4);
+}
+void JsonFalse::AppendToString(std::string& out) const {
+  out.append("false", 5);
+}
+void JsonNull::AppendToString(std::string& out) const {
+  out.append("null", 4);
+}
 
 // ---------------------------------------------------------------------------
 // Writing containers
@@ -174,8 +180,8 @@ inline JsonValue* const* WriteCompactElements(JsonValue* const* cur, JsonValue* 
 // The same for members; the key of the member left for the caller is
 // written.
 inline const JsonObject::Member* WriteCompactMembers(const JsonObject::Member* m,
-                                                     const JsonObject::Member* end,
-                                                     bool& wroteAny, std::string& out) {
+                                                     const JsonObject::Member* end, bool& wroteAny,
+                                                     std::string& out) {
   for (; m != end; ++m) {
     if (!m->value) continue;
     if (wroteAny) out.push_back(',');
@@ -337,8 +343,12 @@ void JsonValue::AppendToStringPretty(std::string& out, const std::string&, const
   AppendToString(out);
 }
 
-void JsonObject::AppendToString(std::string& out) const { WriteCompactTree(this, out); }
-void JsonArray::AppendToString(std::string& out) const { WriteCompactTree(this, out); }
+void JsonObject::AppendToString(std::string& out) const {
+  WriteCompactTree(this, out);
+}
+void JsonArray::AppendToString(std::string& out) const {
+  WriteCompactTree(this, out);
+}
 void JsonCompiledObject::AppendToString(std::string& out) const {
   WriteTree(this, out, {nullptr, nullptr}, 0);
 }

@@ -23,8 +23,8 @@ namespace {
 inline bool Utf8BlockOk(__m128i v, uint32_t& carry) {
   auto top = [v](int bits, int value) {
     __m128i m = _mm_set1_epi8(static_cast<char>(bits));
-    return static_cast<uint32_t>(
-        _mm_movemask_epi8(_mm_cmpeq_epi8(_mm_and_si128(v, m), _mm_set1_epi8(static_cast<char>(value)))));
+    return static_cast<uint32_t>(_mm_movemask_epi8(
+        _mm_cmpeq_epi8(_mm_and_si128(v, m), _mm_set1_epi8(static_cast<char>(value)))));
   };
   uint32_t cont = top(0xC0, 0x80);
   uint32_t lead2 = top(0xC0, 0xC0);
@@ -53,7 +53,8 @@ bool Utf8BlocksOk(const unsigned char* data, size_t n) {
       return false;
   }
   for (; n - i >= 16; i += 16)
-    if (!Utf8BlockOk(_mm_loadu_si128(reinterpret_cast<const __m128i*>(data + i)), carry)) return false;
+    if (!Utf8BlockOk(_mm_loadu_si128(reinterpret_cast<const __m128i*>(data + i)), carry))
+      return false;
   // The tail, zero padded: a zero byte is no continuation, so a sequence
   // cut short by the end fails here, as does a request still in `carry`.
   alignas(16) unsigned char tail[16] = {};
@@ -162,4 +163,3 @@ bool Parse4HexDigits(const std::string& text, ParserContext& ctx, unsigned short
   code = static_cast<unsigned short>(value);
   return ok;
 }
-

@@ -32,13 +32,14 @@ void JsonUseCounted::FailUseCountCheck() noexcept {
 // ---------------------------------------------------------------------------
 // JsonValue basics
 
-const char* const JsonValue::fTypeStrings[9] = {"String", "Integer", "Real", "Object",
-                                                "CompiledObject", "Array", "True", "False",
-                                                "Null"};
+const char* const JsonValue::fTypeStrings[9] = {
+    "String", "Integer", "Real", "Object", "CompiledObject", "Array", "True", "False", "Null"};
 
 void JsonValue::AppendToString(std::string&) const {}
 
-JsonValue* JsonValue::GetSubNode(const std::string&) { return nullptr; }
+JsonValue* JsonValue::GetSubNode(const std::string&) {
+  return nullptr;
+}
 
 void JsonValue::PrintCounter() {
   fputs("*** Object counters not activated\n", stdout);
@@ -66,8 +67,7 @@ void CompactString::FreeHeap() {
   mjson::pool::Free(Block(), n != kHuge ? n : HugeSize() + 8);
 }
 
-JsonString::JsonString(std::string_view s, bool* isKnownUTF8, bool* isValid)
-    : JsonValue(String) {
+JsonString::JsonString(std::string_view s, bool* isKnownUTF8, bool* isValid) : JsonValue(String) {
   bool valid = (isKnownUTF8 && *isKnownUTF8) || IsUTF8(s);
   if (valid) fValue = CompactString(s);
   if (isValid) *isValid = valid;
@@ -154,8 +154,9 @@ bool JsonValue::GetAsReal(double& out) const {
       return true;
     case Integer: {
       auto* i = static_cast<const JsonInteger*>(this);
-      out = i->IsLargeUnsigned() ? static_cast<double>(static_cast<unsigned long long>(i->RawValue()))
-                                 : static_cast<double>(i->RawValue());
+      out = i->IsLargeUnsigned()
+                ? static_cast<double>(static_cast<unsigned long long>(i->RawValue()))
+                : static_cast<double>(i->RawValue());
       return true;
     }
     case String: {
@@ -231,61 +232,61 @@ bool IsContainer(const JsonValue* v) {
 // The copy walks the source with a stack of its own, breadth-first within
 // each container, so a document of any depth copies on constant call stack.
 void TreeCopier::CopyChildren(JsonValue* dst, const JsonValue* src) {
-    struct Frame {
-      JsonValue* dst;
-      const JsonValue* src;
-      size_t next;
-    };
-    std::vector<Frame> stack;
-    stack.push_back({dst, src, 0});
-    while (!stack.empty()) {
-      Frame& f = stack.back();
-      const JsonValue* child = nullptr;
-      JsonValue* copy = nullptr;
-      switch (f.src->Type()) {
-        case JsonValue::Object: {
-          auto* s = static_cast<const JsonObject*>(f.src);
-          auto* d = static_cast<JsonObject*>(f.dst);
-          if (f.next == s->fMembers.size()) {
-            d->RebuildIndex();
-            stack.pop_back();
-            continue;
-          }
-          const JsonObject::Member& m = s->fMembers[f.next++];
-          child = m.value;
-          copy = ShallowCopy(*child);
-          d->fMembers.push_back({m.key, copy});
-          break;
+  struct Frame {
+    JsonValue* dst;
+    const JsonValue* src;
+    size_t next;
+  };
+  std::vector<Frame> stack;
+  stack.push_back({dst, src, 0});
+  while (!stack.empty()) {
+    Frame& f = stack.back();
+    const JsonValue* child = nullptr;
+    JsonValue* copy = nullptr;
+    switch (f.src->Type()) {
+      case JsonValue::Object: {
+        auto* s = static_cast<const JsonObject*>(f.src);
+        auto* d = static_cast<JsonObject*>(f.dst);
+        if (f.next == s->fMembers.size()) {
+          d->RebuildIndex();
+          stack.pop_back();
+          continue;
         }
-        case JsonValue::Array: {
-          auto* s = static_cast<const JsonArray*>(f.src);
-          auto* d = static_cast<JsonArray*>(f.dst);
-          if (f.next == s->fValues.size()) {
-            stack.pop_back();
-            continue;
-          }
-          child = s->fValues[f.next++];
-          copy = ShallowCopy(*child);
-          d->fValues.push_back(copy);
-          break;
-        }
-        default: {  // CompiledObject
-          auto* s = static_cast<const JsonCompiledObject*>(f.src);
-          auto* d = static_cast<JsonCompiledObject*>(f.dst);
-          while (f.next < s->fSlots.size() && !s->fSlots[f.next]) ++f.next;
-          if (f.next >= s->fSlots.size()) {
-            stack.pop_back();
-            continue;
-          }
-          size_t i = f.next++;
-          child = s->fSlots[i];
-          copy = ShallowCopy(*child);
-          d->fSlots[i] = copy;
-          break;
-        }
+        const JsonObject::Member& m = s->fMembers[f.next++];
+        child = m.value;
+        copy = ShallowCopy(*child);
+        d->fMembers.push_back({m.key, copy});
+        break;
       }
-      if (IsContainer(child)) stack.push_back({copy, child, 0});
+      case JsonValue::Array: {
+        auto* s = static_cast<const JsonArray*>(f.src);
+        auto* d = static_cast<JsonArray*>(f.dst);
+        if (f.next == s->fValues.size()) {
+          stack.pop_back();
+          continue;
+        }
+        child = s->fValues[f.next++];
+        copy = ShallowCopy(*child);
+        d->fValues.push_back(copy);
+        break;
+      }
+      default: {  // CompiledObject
+        auto* s = static_cast<const JsonCompiledObject*>(f.src);
+        auto* d = static_cast<JsonCompiledObject*>(f.dst);
+        while (f.next < s->fSlots.size() && !s->fSlots[f.next]) ++f.next;
+        if (f.next >= s->fSlots.size()) {
+          stack.pop_back();
+          continue;
+        }
+        size_t i = f.next++;
+        child = s->fSlots[i];
+        copy = ShallowCopy(*child);
+        d->fSlots[i] = copy;
+        break;
+      }
     }
+    if (IsContainer(child)) stack.push_back({copy, child, 0});
+  }
 }
 
 JsonValue* TreeCopier::ShallowCopy(const JsonValue& v) {
@@ -467,4 +468,3 @@ JsonAutoRefPtr<JsonCompiledObject> ConvertToCompiledObject(const JsonAutoRefPtr<
   value->AddRef();
   return JsonAutoRefPtr<JsonCompiledObject>(static_cast<JsonCompiledObject*>(value.get()));
 }
-

@@ -5,9 +5,9 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <algorithm>
 #include <chrono>
+#include <cstdio>
 #include <random>
 #include <string>
 #include <vector>
@@ -60,8 +60,8 @@ double ParseSeconds(const std::string& text) {
     ParserContext ctx;
     auto start = std::chrono::steady_clock::now();
     JsonAutoRefPtr<JsonValue> v = JsonValue::ReadFromString(text, &ctx, nullptr);
-    best = std::min(best, std::chrono::duration<double>(std::chrono::steady_clock::now() - start)
-                              .count());
+    best = std::min(
+        best, std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
     EXPECT_TRUE(v) << ctx.fError;
   }
   return best;

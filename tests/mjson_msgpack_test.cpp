@@ -25,8 +25,12 @@ void* operator new(size_t n) {
 }
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wmismatched-new-delete"
-void operator delete(void* p) noexcept { free(p); }
-void operator delete(void* p, size_t) noexcept { free(p); }
+void operator delete(void* p) noexcept {
+  free(p);
+}
+void operator delete(void* p, size_t) noexcept {
+  free(p);
+}
 #pragma GCC diagnostic pop
 
 namespace {
@@ -73,17 +77,36 @@ TEST(MsgPackWriter, ScalarsTakeTheShortestCode) {
   struct Case {
     const char *text, *bytes;
   } cases[] = {
-      {"null", "C0"}, {"false", "C2"}, {"true", "C3"}, {"\"\"", "A0"}, {"\"ab\"", "A2 61 62"},
-      {"0", "00"}, {"127", "7F"}, {"128", "CC 80"}, {"255", "CC FF"}, {"256", "CD 01 00"},
-      {"65535", "CD FF FF"}, {"65536", "CE 00 01 00 00"}, {"4294967295", "CE FF FF FF FF"},
+      {"null", "C0"},
+      {"false", "C2"},
+      {"true", "C3"},
+      {"\"\"", "A0"},
+      {"\"ab\"", "A2 61 62"},
+      {"0", "00"},
+      {"127", "7F"},
+      {"128", "CC 80"},
+      {"255", "CC FF"},
+      {"256", "CD 01 00"},
+      {"65535", "CD FF FF"},
+      {"65536", "CE 00 01 00 00"},
+      {"4294967295", "CE FF FF FF FF"},
       {"4294967296", "CF 00 00 00 01 00 00 00 00"},
       {"9223372036854775807", "CF 7F FF FF FF FF FF FF FF"},
       {"9223372036854775808", "CF 80 00 00 00 00 00 00 00"},  // large unsigned
-      {"-1", "FF"}, {"-32", "E0"}, {"-33", "D0 DF"}, {"-128", "D0 80"}, {"-129", "D1 FF 7F"},
-      {"-32768", "D1 80 00"}, {"-32769", "D2 FF FF 7F FF"}, {"-2147483648", "D2 80 00 00 00"},
+      {"-1", "FF"},
+      {"-32", "E0"},
+      {"-33", "D0 DF"},
+      {"-128", "D0 80"},
+      {"-129", "D1 FF 7F"},
+      {"-32768", "D1 80 00"},
+      {"-32769", "D2 FF FF 7F FF"},
+      {"-2147483648", "D2 80 00 00 00"},
       {"-2147483649", "D3 FF FF FF FF 7F FF FF FF"},
-      {"1.5", "CA 3F C0 00 00"}, {"-0.0", "CA 80 00 00 00"}, {"1e-400", "CA 00 00 00 00"},
-      {"0.1", "CB 3F B9 99 99 99 99 99 9A"}, {"1e300", "CB 7E 37 E4 3C 88 00 75 9C"},
+      {"1.5", "CA 3F C0 00 00"},
+      {"-0.0", "CA 80 00 00 00"},
+      {"1e-400", "CA 00 00 00 00"},
+      {"0.1", "CB 3F B9 99 99 99 99 99 9A"},
+      {"1e300", "CB 7E 37 E4 3C 88 00 75 9C"},
   };
   for (const Case& c : cases) EXPECT_EQ(Pack(*FromText(c.text)), B(c.bytes)) << c.text;
   EXPECT_EQ(Pack(JsonReal(HUGE_VAL, 0)), B("CA 7F 80 00 00"));
@@ -102,9 +125,12 @@ TEST(MsgPackWriter, LengthAndCountHeaders) {
     size_t n;
     const char *str, *array, *map;
   } cases[] = {
-      {15, "AF", "9F", "8F"}, {16, "B0", "DC 00 10", "DE 00 10"},
-      {31, "BF", "DC 00 1F", "DE 00 1F"}, {32, "D9 20", "DC 00 20", "DE 00 20"},
-      {255, "D9 FF", "DC 00 FF", "DE 00 FF"}, {256, "DA 01 00", "DC 01 00", "DE 01 00"},
+      {15, "AF", "9F", "8F"},
+      {16, "B0", "DC 00 10", "DE 00 10"},
+      {31, "BF", "DC 00 1F", "DE 00 1F"},
+      {32, "D9 20", "DC 00 20", "DE 00 20"},
+      {255, "D9 FF", "DC 00 FF", "DE 00 FF"},
+      {256, "DA 01 00", "DC 01 00", "DE 01 00"},
       {65535, "DA FF FF", "DC FF FF", "DE FF FF"},
       {65536, "DB 00 01 00 00", "DD 00 01 00 00", "DF 00 01 00 00"},
   };
@@ -178,18 +204,34 @@ TEST(MsgPackReader, DecodesEveryType) {
   struct Case {
     const char *bytes, *text;
   } cases[] = {
-      {"C0", "null"}, {"C2", "false"}, {"C3", "true"}, {"7F", "127"}, {"FF", "-1"},
-      {"CC FF", "255"}, {"CD FF FE", "65534"}, {"CE FF FF FF FF", "4294967295"},
+      {"C0", "null"},
+      {"C2", "false"},
+      {"C3", "true"},
+      {"7F", "127"},
+      {"FF", "-1"},
+      {"CC FF", "255"},
+      {"CD FF FE", "65534"},
+      {"CE FF FF FF FF", "4294967295"},
       {"CF 7F FF FF FF FF FF FF FF", "9223372036854775807"},
-      {"CF FF FF FF FF FF FF FF FF", "18446744073709551615"}, {"D0 80", "-128"},
-      {"D1 80 00", "-32768"}, {"D2 80 00 00 00", "-2147483648"},
-      {"D3 80 00 00 00 00 00 00 00", "-9223372036854775808"}, {"CA 3F C0 00 00", "1.5"},
-      {"CB 3F F8 00 00 00 00 00 00", "1.5"}, {"A3 61 62 63", "\"abc\""}, {"D9 01 61", "\"a\""},
-      {"DA 00 01 61", "\"a\""}, {"DB 00 00 00 01 61", "\"a\""}, {"DC 00 02 01 90", "[1,[]]"},
-      {"DD 00 00 00 01 C0", "[null]"}, {"81 A1 61 01", "{\"a\":1}"},
+      {"CF FF FF FF FF FF FF FF FF", "18446744073709551615"},
+      {"D0 80", "-128"},
+      {"D1 80 00", "-32768"},
+      {"D2 80 00 00 00", "-2147483648"},
+      {"D3 80 00 00 00 00 00 00 00", "-9223372036854775808"},
+      {"CA 3F C0 00 00", "1.5"},
+      {"CB 3F F8 00 00 00 00 00 00", "1.5"},
+      {"A3 61 62 63", "\"abc\""},
+      {"D9 01 61", "\"a\""},
+      {"DA 00 01 61", "\"a\""},
+      {"DB 00 00 00 01 61", "\"a\""},
+      {"DC 00 02 01 90", "[1,[]]"},
+      {"DD 00 00 00 01 C0", "[null]"},
+      {"81 A1 61 01", "{\"a\":1}"},
       {"82 A1 61 01 A1 61 02", "{\"a\":2}"},
-      {"83 A1 62 01 A1 61 02 D9 01 62 03", "{\"b\":3,\"a\":2}"}, {"DE 00 01 A0 80", "{\"\":{}}"},
-      {"DF 00 00 00 01 A1 6B 91 80", "{\"k\":[{}]}"}, {"01 0A 20 0D 09", "1"},
+      {"83 A1 62 01 A1 61 02 D9 01 62 03", "{\"b\":3,\"a\":2}"},
+      {"DE 00 01 A0 80", "{\"\":{}}"},
+      {"DF 00 00 00 01 A1 6B 91 80", "{\"k\":[{}]}"},
+      {"01 0A 20 0D 09", "1"},
   };
   for (const Case& c : cases) EXPECT_EQ(Read(B(c.bytes)), c.text) << c.bytes;
   auto big = JsonValue::ReadFromMsgPack(B("CF FF FF FF FF FF FF FF FF"), nullptr, nullptr);
@@ -206,19 +248,40 @@ TEST(MsgPackReader, FailsWithMessageAtPosition) {
     const char* bytes;
     std::string error;
   } cases[] = {
-      {"", "empty input @0"}, {"C1", kType + "0"}, {"C4 00", kType + "0"}, {"C6", kType + "0"},
-      {"C7 01 01 00", kType + "0"}, {"C9", kType + "0"}, {"D4 01 00", kType + "0"},
-      {"D8", kType + "0"}, {"91 C1", kType + "1"}, {"81 A1 61 C5", kType + "3"},
-      {"81 01 01", kString + "2"}, {"81 C0 01", kString + "2"},
+      {"", "empty input @0"},
+      {"C1", kType + "0"},
+      {"C4 00", kType + "0"},
+      {"C6", kType + "0"},
+      {"C7 01 01 00", kType + "0"},
+      {"C9", kType + "0"},
+      {"D4 01 00", kType + "0"},
+      {"D8", kType + "0"},
+      {"91 C1", kType + "1"},
+      {"81 A1 61 C5", kType + "3"},
+      {"81 01 01", kString + "2"},
+      {"81 C0 01", kString + "2"},
       // A map that ends before a key takes the key's type from one byte past
       // the end, as from a string's terminating zero.
-      {"81", kString + "2"}, {"82 A1 61 01", kString + "5"},
-      {"92 01", kEnd + "2"}, {"81 A1 61", kEnd + "3"}, {"CD 01", kEnd + "1"},
-      {"CA 00 00 00", kEnd + "1"}, {"CB", kEnd + "1"}, {"CF 00", kEnd + "1"},
-      {"D3 00 00", kEnd + "1"}, {"A2 61", kEnd + "1"}, {"D9", kEnd + "1"},
-      {"D9 05 61", kEnd + "2"}, {"DA 00", kEnd + "1"}, {"DB 00 00 00 05 61", kEnd + "5"},
-      {"81 DA 00", kEnd + "2"}, {"81 A3 61", kEnd + "2"}, {"DC 00", kEnd + "1"},
-      {"DF 00 00 00", kEnd + "1"}, {"01 02", kTrailing + "1"}, {"90 20 C0", kTrailing + "2"},
+      {"81", kString + "2"},
+      {"82 A1 61 01", kString + "5"},
+      {"92 01", kEnd + "2"},
+      {"81 A1 61", kEnd + "3"},
+      {"CD 01", kEnd + "1"},
+      {"CA 00 00 00", kEnd + "1"},
+      {"CB", kEnd + "1"},
+      {"CF 00", kEnd + "1"},
+      {"D3 00 00", kEnd + "1"},
+      {"A2 61", kEnd + "1"},
+      {"D9", kEnd + "1"},
+      {"D9 05 61", kEnd + "2"},
+      {"DA 00", kEnd + "1"},
+      {"DB 00 00 00 05 61", kEnd + "5"},
+      {"81 DA 00", kEnd + "2"},
+      {"81 A3 61", kEnd + "2"},
+      {"DC 00", kEnd + "1"},
+      {"DF 00 00 00", kEnd + "1"},
+      {"01 02", kTrailing + "1"},
+      {"90 20 C0", kTrailing + "2"},
   };
   for (const Case& c : cases) {
     EXPECT_EQ(Read(B(c.bytes)), c.error) << c.bytes;
@@ -264,15 +327,16 @@ TEST(MsgPackReader, CompiledObjects) {
   outer.AddKey("l", 0x0010, &inner);            // 3: array of compiled
   outer.AddKey("o", 0x0100, nullptr);           // 4: plain object
   outer.AddKey("any", 0, nullptr);              // 5: anything
-  const std::string ok = B(
-      "88 A1 6E CB 3F F8 00 00 00 00 00 00 A1 7A 81 A1 71 C3 A1 73 A0 A1 63 81 A1 78 01"
-      " A1 6C 92 80 81 A1 78 02 A1 6F 81 A1 79 C3 A3 61 6E 79 C0 A1 6E 05");
+  const std::string ok =
+      B("88 A1 6E CB 3F F8 00 00 00 00 00 00 A1 7A 81 A1 71 C3 A1 73 A0 A1 63 81 A1 78 01"
+        " A1 6C 92 80 81 A1 78 02 A1 6F 81 A1 79 C3 A3 61 6E 79 C0 A1 6E 05");
   ParserContext ctx;
   auto v = JsonCompiledObject::ReadFromMsgPack(ok, &outer, &ctx);
   ASSERT_TRUE(v) << ctx.fError << " at " << ctx.fPosition;
   // "z" is unknown: decoded, then dropped; the later "n" wins.
-  EXPECT_EQ(Text(*v), "{\"n\":5,\"s\":\"\",\"c\":{\"x\":1},\"l\":[{},{\"x\":2}],\"o\":{\"y\":true},"
-                      "\"any\":null}");
+  EXPECT_EQ(Text(*v),
+            "{\"n\":5,\"s\":\"\",\"c\":{\"x\":1},\"l\":[{},{\"x\":2}],\"o\":{\"y\":true},"
+            "\"any\":null}");
   EXPECT_EQ(v->Size(), 6u);
   EXPECT_EQ(v->At(2)->Type(), JsonValue::CompiledObject);
   EXPECT_EQ(v->KeyValAsArray(3)->AtIndex(0)->Type(), JsonValue::CompiledObject);
@@ -283,10 +347,14 @@ TEST(MsgPackReader, CompiledObjects) {
     const char* bytes;
     std::string error;
   } bad[] = {
-      {"81 A1 6E A1 78", kType + "3"}, {"81 A1 73 01", kType + "3"},
-      {"82 A1 73 A0 A1 6C 80", kType + "6"}, {"81 A1 63 81 A1 78 C3", kType + "6"},
-      {"81 A1 6F 90", kType + "3"}, {"81 A1 7A C1", "unsupported MsgPack type code @3"},
-      {"81 A1 7A", "unexpected end of input @3"}, {"81", "string expected @2"},
+      {"81 A1 6E A1 78", kType + "3"},
+      {"81 A1 73 01", kType + "3"},
+      {"82 A1 73 A0 A1 6C 80", kType + "6"},
+      {"81 A1 63 81 A1 78 C3", kType + "6"},
+      {"81 A1 6F 90", kType + "3"},
+      {"81 A1 7A C1", "unsupported MsgPack type code @3"},
+      {"81 A1 7A", "unexpected end of input @3"},
+      {"81", "string expected @2"},
   };
   for (const Bad& b : bad) EXPECT_EQ(Read(B(b.bytes), {}, &outer), b.error) << b.bytes;
 
@@ -308,10 +376,10 @@ TEST(MsgPackReader, TextReaderHandsOverMapsAndArrays) {
     bool detect;
     const char* result;
   } cases[] = {
-      {B("81 A1 61 01"), true, "{\"a\":1}"}, {B("DC 00 01 C3"), true, "[true]"},
-      {B("9F"), true, "unexpected end of input"}, {"[1]", true, "[1]"},
+      {B("81 A1 61 01"), true, "{\"a\":1}"},         {B("DC 00 01 C3"), true, "[true]"},
+      {B("9F"), true, "unexpected end of input"},    {"[1]", true, "[1]"},
       {B("81 A1 61 01"), false, "not a JSON value"},  // read as text
-      {B("C3"), true, "not a JSON value"},  // only containers are handed over
+      {B("C3"), true, "not a JSON value"},            // only containers are handed over
   };
   for (const Case& c : cases) {
     ParserContext ctx;
@@ -377,8 +445,12 @@ void MillionLevels() {
   }
 }
 
-TEST(MsgPackCodec, MillionLevelsOnDefaultStack) { MillionLevels(); }
-TEST(MsgPackCodec, MillionLevelsOnSmallStack) { OnSmallStack(MillionLevels); }
+TEST(MsgPackCodec, MillionLevelsOnDefaultStack) {
+  MillionLevels();
+}
+TEST(MsgPackCodec, MillionLevelsOnSmallStack) {
+  OnSmallStack(MillionLevels);
+}
 
 TEST(MsgPackCodec, CorporaRoundTrip) {
   for (const char* name : {"twitter.json", "citm_catalog.json", "canada.json"}) {

@@ -53,8 +53,8 @@ struct Case {
 
 TEST(MjsonRefs, AssignmentRules) {
   const Case cases[] = {
-      {Each("shared value", [](auto& r) { r = kShared; }), false,
-       R"({"a":1,"b":["shared"],"c":3})", R"([1,["shared"],3])", R"({"a":1,"b":["shared"],"c":3})"},
+      {Each("shared value", [](auto& r) { r = kShared; }), false, R"({"a":1,"b":["shared"],"c":3})",
+       R"([1,["shared"],3])", R"({"a":1,"b":["shared"],"c":3})"},
       // Null: the object loses the member, the array gets null, or loses its
       // last element; the compiled object's slot is emptied.
       {Each("null", [](auto& r) { r = ValuePtr(); }), false, R"({"a":1,"c":3})", R"([1,null,3])",
@@ -75,21 +75,21 @@ TEST(MjsonRefs, AssignmentRules) {
        R"({"a":1,"b":18446744073709551615,"c":3})"},
       {Each("int", [](auto& r) { r = 7; }), false, R"({"a":1,"b":7,"c":3})", R"([1,7,3])",
        R"({"a":1,"b":7,"c":3})"},
-      {Each("double", [](auto& r) { r = 2.0; }), false, R"({"a":1,"b":2.0,"c":3})",
-       R"([1,2.0,3])", R"({"a":1,"b":2.0,"c":3})"},
+      {Each("double", [](auto& r) { r = 2.0; }), false, R"({"a":1,"b":2.0,"c":3})", R"([1,2.0,3])",
+       R"({"a":1,"b":2.0,"c":3})"},
       // Another proxy stores what it captured; a proxy to itself does nothing.
       {Each("other proxy",
-             [](auto& r) {
-               auto other = r;  // captured 2 (or 3)
-               r = 9;
-               r = other;
-             }),
+            [](auto& r) {
+              auto other = r;  // captured 2 (or 3)
+              r = 9;
+              r = other;
+            }),
        false, R"({"a":1,"b":2,"c":3})", R"([1,2,3])", R"({"a":1,"b":2,"c":3})"},
       {Each("itself",
-             [](auto& r) {
-               r = 9;
-               r = r;
-             }),
+            [](auto& r) {
+              r = 9;
+              r = r;
+            }),
        false, R"({"a":1,"b":9,"c":3})", R"([1,9,3])", R"({"a":1,"b":9,"c":3})"},
   };
 

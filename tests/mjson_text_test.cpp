@@ -44,7 +44,9 @@ TEST(TextParser, AcceptsAndWritesBack) {
       {"\"\\uD840\\uDC00\"", "\"\xF0\x90\x80\x80\""},
       {"\"\\uD83D\"", "\"\xED\xA0\xBD\""},
       {"\"\\uDE00x\"", "\"\xED\xB8\x80x\""},
-      {"\"\\uD83D\\u0041\"", "\"\xED\xA0\xBD" "A\""},
+      {"\"\\uD83D\\u0041\"",
+       "\"\xED\xA0\xBD"
+       "A\""},
       {"\"\\u0000\"", "\"\\u0000\""},
       {"\"\\/\\b\\f\\n\\r\\t\\\"\\\\\"", "\"/\\b\\f\\n\\r\\t\\\"\\\\\""},
       {"\"caf\xC3\xA9\"", "\"caf\xC3\xA9\""},
@@ -87,7 +89,8 @@ TEST(TextParser, RejectsWithExactMessageAndLine) {
       {"\"\\uD83D\\uZZZZ\"", "incorrect utf32 char quoting", 0},
       {"\"a\tb\"", "control character must be quoted", 0},
       {"\"\xFF\"", "illegal UTF8 character found at position 0", 0},
-      {"\"ab\xC3\"", "illegal UTF8 character found at position 2 in string which starts with \"ab\"", 0},
+      {"\"ab\xC3\"",
+       "illegal UTF8 character found at position 2 in string which starts with \"ab\"", 0},
       {"{", "illegal object", 0},
       {"{\"a\":1,}", "object list must not end with a comma", 0},
       {"{,\"a\":1}", "expected key value pair in front before comma", 0},
@@ -181,8 +184,8 @@ TEST(TextParser, ClassifiesNumbers) {
       {"-9223372036854775808", JsonValue::Real, false, true},
       {"1.5", JsonValue::Real, false, true},
       {"1e4", JsonValue::Real, false, true},
-      {"1e40", JsonValue::Real, false, false},                // two exponent digits: at once
-      {"0.123456789012345678", JsonValue::Real, false, false}, // eighteen fraction digits
+      {"1e40", JsonValue::Real, false, false},                  // two exponent digits: at once
+      {"0.123456789012345678", JsonValue::Real, false, false},  // eighteen fraction digits
       {"0.12345678901234567", JsonValue::Real, false, true},
   };
   for (const Case& c : cases) {
@@ -215,8 +218,9 @@ TEST(TextParser, LazyRealsKeepTheirTextUntilRead) {
 TEST(TextParser, InvalidInputUTF8NamesTheString) {
   Parsed p = ParseText("[\"ok\", \"caf\xC3\xA9 \xE9t\xE9\"]");
   EXPECT_FALSE(p.value);
-  EXPECT_EQ(p.ctx.fError,
-            "illegal UTF8 character found at position 6 in string which starts with \"caf\xC3\xA9 \"");
+  EXPECT_EQ(
+      p.ctx.fError,
+      "illegal UTF8 character found at position 6 in string which starts with \"caf\xC3\xA9 \"");
   // Without the whole-input check every string is checked on its own.
   ParserContext ctx;
   ctx.fCheckInputUTF8 = false;
@@ -366,8 +370,8 @@ TEST(TextWriter, Integers) {
       {-999999999999999999, false, "-0999999999999999999"},
   };
   for (const Case& c : cases) {
-    JsonInteger v = c.large ? JsonInteger(static_cast<unsigned long long>(c.raw), true)
-                            : JsonInteger(c.raw);
+    JsonInteger v =
+        c.large ? JsonInteger(static_cast<unsigned long long>(c.raw), true) : JsonInteger(c.raw);
     std::string out;
     v.AppendToString(out);
     EXPECT_EQ(out, c.out);
@@ -410,8 +414,9 @@ TEST(TextWriter, StringsAndLayout) {
   ASSERT_TRUE(v);
   std::string pretty;
   v->WriteToStringPretty(pretty, "  ", "\n");
-  EXPECT_EQ(pretty,
-            "{\n  \"a\": [\n    1,\n    {\n      \"b\": null\n    },\n    []\n  ],\n  \"c\": {}\n}");
+  EXPECT_EQ(
+      pretty,
+      "{\n  \"a\": [\n    1,\n    {\n      \"b\": null\n    },\n    []\n  ],\n  \"c\": {}\n}");
   pretty = "stale";
   ParseText("{\"k\":1}").value->WriteToStringPretty(pretty, "  ", "\n");
   EXPECT_EQ(pretty, "{\n  \"k\": 1\n}");

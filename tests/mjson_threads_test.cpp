@@ -42,7 +42,8 @@ TEST(MjsonThreads, ReadersOfOneTreeAgree) {
   const ValuePtr expected = Parse(kDocument);
   std::string pendingText;
   expected->WriteToString(pendingText);
-  const double firstReal = ValuePtr(Parse(kDocument))->GetSubNode("a")->GetSubNode("0")->GetAsReal();
+  const double firstReal =
+      ValuePtr(Parse(kDocument))->GetSubNode("a")->GetSubNode("0")->GetAsReal();
 
   std::atomic<int> wrong{0};
   ValuePtr shared;
@@ -167,7 +168,8 @@ TEST(MjsonThreads, DocumentsFreedOnOtherThreadsWhilePoolShrinks) {
       ValuePtr doc = std::move(handOver[static_cast<size_t>((id + 1) % kThreads)]);
       sync.arrive_and_wait();
       const auto* array = static_cast<const JsonArray*>(doc.get());
-      if (array->Size() != kElements || array->AtIndexAsObject(kElements - 1)->KeyValAsInteger("id") != 7)
+      if (array->Size() != kElements ||
+          array->AtIndexAsObject(kElements - 1)->KeyValAsInteger("id") != 7)
         ++wrong;
     }
   };

@@ -171,11 +171,11 @@ TEST(Objects, OrderAndErase) {
 
 TEST(Objects, ManyMembersUseTheIndex) {
   JsonObject o(false);
-  for (int i = 0; i < 1000; ++i) o.InsertInteger("key" + std::to_string(i), static_cast<long long>(i));
+  for (int i = 0; i < 1000; ++i)
+    o.InsertInteger("key" + std::to_string(i), static_cast<long long>(i));
   for (int i = 0; i < 1000; i += 2) EXPECT_TRUE(o.Erase("key" + std::to_string(i)));
   EXPECT_EQ(o.Size(), 500u);
-  for (int i = 0; i < 1000; ++i)
-    EXPECT_EQ(o.HasKey("key" + std::to_string(i)), i % 2 == 1) << i;
+  for (int i = 0; i < 1000; ++i) EXPECT_EQ(o.HasKey("key" + std::to_string(i)), i % 2 == 1) << i;
   EXPECT_EQ(o.KeyValAsInteger("key999"), 999);
   EXPECT_EQ(o.KeyValAsString("missing"), "");
   EXPECT_FALSE(o.KeyValAsObject("key1"));
@@ -262,8 +262,8 @@ namespace {
 JsonAutoRefPtr<JsonValue> gLateValue;
 
 TEST(Values, StaticValuesOutliveThreadCaches) {
-  gLateValue = JsonValue::ReadFromString("[{\"a\":[1,2,\"long enough to own a buffer\"]},3]", nullptr,
-                                         nullptr);
+  gLateValue = JsonValue::ReadFromString("[{\"a\":[1,2,\"long enough to own a buffer\"]},3]",
+                                         nullptr, nullptr);
   ASSERT_TRUE(gLateValue);
   std::thread([] {
     // A thread that allocates and frees nodes and then ends.
@@ -284,7 +284,9 @@ TEST(Values, NodesFreedOnOtherThreads) {
   for (int i = 0; i < 3000; ++i) {
     const std::string n = std::to_string(i);
     text.append(i ? "," : "").append("{\"k\":").append(n);
-    text.append(",\"name\":\"a string long enough for a block ").append(n).append("\",\"l\":[1.5,2,3]}");
+    text.append(",\"name\":\"a string long enough for a block ")
+        .append(n)
+        .append("\",\"l\":[1.5,2,3]}");
   }
   text += "]";
   const auto reference = JsonValue::ReadFromString(text, nullptr, nullptr);
