@@ -7,6 +7,7 @@
 #include <functional>
 #include <string>
 
+#include "JsonRef.h"
 #include "Mjson.h"
 
 namespace {
