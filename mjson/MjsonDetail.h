@@ -151,21 +151,11 @@ class alignas(8) CompactString {
 };
 
 // Byte order: the library assumes a little-endian host and always swaps.
-inline uint16_t Reverse16(uint16_t v) {
-  return __builtin_bswap16(v);
-}
-inline uint32_t Reverse32(uint32_t v) {
-  return __builtin_bswap32(v);
-}
-inline uint64_t Reverse64(uint64_t v) {
-  return __builtin_bswap64(v);
-}
-inline uint16_t BigEndian16(uint16_t v) {
-  return Reverse16(v);
-}
-inline uint32_t BigEndian32(uint32_t v) {
-  return Reverse32(v);
-}
-inline uint64_t BigEndian64(uint64_t v) {
-  return Reverse64(v);
-}
+// clang-format off
+inline uint16_t Reverse16(uint16_t v) { return __builtin_bswap16(v); }
+inline uint32_t Reverse32(uint32_t v) { return __builtin_bswap32(v); }
+inline uint64_t Reverse64(uint64_t v) { return __builtin_bswap64(v); }
+inline uint16_t BigEndian16(uint16_t v) { return Reverse16(v); }
+inline uint32_t BigEndian32(uint32_t v) { return Reverse32(v); }
+inline uint64_t BigEndian64(uint64_t v) { return Reverse64(v); }
+// clang-format on
