@@ -18,6 +18,7 @@
 #include <string_view>
 #include <type_traits>
 
+#include "JSONNodes.h"
 #include "JSONObj.h"
 #include "Mjson.h"
 #include "ZentorData.h"
@@ -98,12 +99,8 @@ JSONObjRef CopyOf(const JSONObjRef& json) {
 // integer, which is what the hardware conversion gives, instead of
 // undefined behaviour.
 long long NumberToInt64(double value) {
-  if (!(value >= -9223372036854775808.0 && value < 9223372036854775808.0)) return INT64_MIN;
+  if (!(value >= -Zentor::kTwo63 && value < Zentor::kTwo63)) return INT64_MIN;
   return static_cast<long long>(value);
-}
-
-bool StartsWithDigit(std::string_view step) {
-  return !step.empty() && step[0] >= '0' && step[0] <= '9';
 }
 
 // Decimal text to int, as the index of an array step. std::stoi raises
@@ -219,7 +216,9 @@ unsigned long JsonSize(const JSONObjRef& json, Zentor::IContext* context) {
   return ContainerSize(*root);
 }
 
-bool IsEmpty(const JSONObjRef& json) { return IsEmptyValue(json->fRoot.get()); }
+bool IsEmpty(const JSONObjRef& json) {
+  return IsEmptyValue(json->fRoot.get());
+}
 
 bool Empty(const JSONObjRef& json) {
   return IsEmpty(json);
@@ -378,22 +377,12 @@ namespace {
 
 class TextPath {
  public:
-  explicit TextPath(const std::string& path) : fPath(path), fRest(path) {
-    if (!fRest.empty() && fRest[0] == '/') fRest.remove_prefix(1);
-  }
-  bool Empty() const { return fRest.empty(); }
+  explicit TextPath(const std::string& path) : fPath(path), fSteps(path) {}
+  bool Empty() const { return fSteps.Done(); }
   // Cuts the next step off; `last` tells whether nothing remains after it.
   bool Next(std::string_view& step, bool& last) {
-    if (fRest.empty()) return false;
-    const size_t slash = fRest.find('/');
-    if (slash == std::string_view::npos) {
-      step = fRest;
-      fRest = std::string_view();
-    } else {
-      step = fRest.substr(0, slash);
-      fRest.remove_prefix(slash + 1);
-    }
-    last = fRest.empty();
+    if (!fSteps.Next(step)) return false;
+    last = fSteps.Done();
     return true;
   }
 
@@ -411,7 +400,7 @@ class TextPath {
 
  private:
   const std::string& fPath;
-  std::string_view fRest;
+  PathSteps fSteps;
 };
 
 class VectorPath {
@@ -820,23 +809,7 @@ std::string GetAsString(const JSONObjRef& json, const std::string& key, Zentor::
 }
 
 bool HasMember(const JSONObjRef& json, const std::string& key) {
-  const ValuePtr& root = json->fRoot;
-  if (!root || key.empty()) return false;
-  switch (root->Type()) {
-    case JsonValue::Object:
-      return static_cast<const JsonObject*>(root.get())->HasKey(key);
-    case JsonValue::CompiledObject:
-      return static_cast<const JsonCompiledObject*>(root.get())->HasKey(key);
-    case JsonValue::Array: {
-      // For arrays the question is whether some element reads as the key.
-      std::string text;
-      for (const JsonValue* element : static_cast<const JsonArray*>(root.get())->Values())
-        if (element && element->GetAsString(text) && text == key) return true;
-      return false;
-    }
-    default:
-      return false;
-  }
+  return json->fRoot && !key.empty() && HasKeyOrElement(*json->fRoot, key);
 }
 
 StringVector GetKeys(const JSONObjRef& json, Zentor::IContext* context) {

@@ -1,41 +1,16 @@
 #include "JSONObj.h"
 
-#include "JSONWrapper.h"
-
 #include <cstring>
 
+#include "JSONWrapper.h"
+
 const std::string kJSONName = "JSON";
-
-namespace {
-
-JsonValue* EmptyValue(JsonValue::EJsonValueType type) {
-  switch (type) {
-    case JsonValue::String:
-      return new JsonString(std::string());
-    case JsonValue::Integer:
-      return new JsonInteger(0LL);
-    case JsonValue::Real:
-      return new JsonReal(0.0, 0);
-    case JsonValue::Object:
-      return new JsonObject(false);
-    case JsonValue::Array:
-      return new JsonArray();
-    case JsonValue::True:
-      return new JsonTrue();
-    case JsonValue::False:
-      return new JsonFalse();
-    default:
-      return new JsonNull();
-  }
-}
-
-}  // namespace
 
 JSONObj::JSONObj(unsigned int typeId, Zentor::IContext*)
     : CustomType(typeId, kJSONName), fRoot(new JsonNull()) {}
 
 JSONObj::JSONObj(unsigned int typeId, JsonValue::EJsonValueType type, Zentor::IContext*)
-    : CustomType(typeId, kJSONName), fRoot(EmptyValue(type)) {}
+    : CustomType(typeId, kJSONName), fRoot(NewEmptyValue(type)) {}
 
 JSONObj::JSONObj(const JSONObj& other)
     : CustomType(other),

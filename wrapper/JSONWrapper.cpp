@@ -8,6 +8,7 @@
 #include <limits>
 #include <mutex>
 
+#include "JSONNodes.h"
 #include "ZentorData.h"
 #include "zentorMacros.h"
 
@@ -61,8 +62,7 @@ std::string StatusMessage(unsigned int status, const char* scriptName) {
   const unsigned int kind = Zentor::StatusKindOf(status);
   const std::string position = std::to_string(Zentor::StatusPosition(status));
   const std::string function = std::string("function '") + scriptName + "'";
-  if (kind == Zentor::kStatusWrongKind)
-    return "invalid parameter " + position + " in " + function;
+  if (kind == Zentor::kStatusWrongKind) return "invalid parameter " + position + " in " + function;
   if (kind == Zentor::kStatusEmptyObject)
     return "invalid object used for parameter " + position + " in " + function;
   return "runtime error from " + function;
@@ -408,16 +408,13 @@ void JSONData::ToCachedString(std::string& out, const char* indent) const {
 JsonAutoRefPtr<JsonValue> JSONData::FindNodePath(const JsonAutoRefPtr<JsonValue>& start,
                                                  const char* path) {
   if (!path) return ValuePtr();
-  std::string rest = path;
-  if (!rest.empty() && rest[0] == '/') rest.erase(0, 1);
+  PathSteps steps(path);
+  std::string_view step;
   ValuePtr node = start;
-  while (!rest.empty()) {
-    const size_t slash = rest.find('/');
-    const std::string segment = rest.substr(0, slash);
-    rest = slash == std::string::npos ? std::string() : rest.substr(slash + 1);
-
+  while (steps.Next(step)) {
+    const std::string segment(step);
     if (JsonArray* array = AsArray(node)) {
-      if (segment.empty() || segment[0] < '0' || segment[0] > '9') {
+      if (!StartsWithDigit(segment)) {
         SetWarning("Couldn't find JSON node, array index is not a number");
         return ValuePtr();
       }
@@ -926,24 +923,7 @@ IJSON* JSONWrapper::Interface_Get(const char* key) const {
 bool JSONWrapper::Interface_Has(const char* key) const {
   State().ClearError();
   const ValuePtr root = Root();
-  if (!root || !key) return false;
-  switch (root->Type()) {
-    case JsonValue::Object:
-      return static_cast<const JsonObject*>(root.get())->HasKey(key);
-    case JsonValue::CompiledObject:
-      return static_cast<const JsonCompiledObject*>(root.get())->HasKey(key);
-    case JsonValue::Array: {
-      // Arrays answer whether they contain the key as a value.
-      const auto* array = static_cast<const JsonArray*>(root.get());
-      for (size_t i = 0; i < array->Size(); ++i) {
-        const JsonValue* element = array->Values()[i];
-        if (element && element->GetAsString() == key) return true;
-      }
-      return false;
-    }
-    default:
-      return false;
-  }
+  return root && key && HasKeyOrElement(*root, key);
 }
 
 IJSON* JSONWrapper::Interface_At(unsigned long long index) const {

@@ -1,0 +1,18 @@
+#include "JSONNodes.h"
+
+bool HasKeyOrElement(const JsonValue& root, const std::string& key) {
+  switch (root.Type()) {
+    case JsonValue::Object:
+      return static_cast<const JsonObject&>(root).HasKey(key);
+    case JsonValue::CompiledObject:
+      return static_cast<const JsonCompiledObject&>(root).HasKey(key);
+    case JsonValue::Array: {
+      std::string text;
+      for (const JsonValue* element : static_cast<const JsonArray&>(root).Values())
+        if (element && element->GetAsString(text) && text == key) return true;
+      return false;
+    }
+    default:
+      return false;
+  }
+}
