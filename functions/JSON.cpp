@@ -18,7 +18,7 @@
 #include <string_view>
 #include <type_traits>
 
-#include "JSONNodes.h"
+#include "JSONCommon.h"
 #include "JSONObj.h"
 #include "Mjson.h"
 #include "ZentorData.h"
@@ -28,7 +28,6 @@ using JSONObjRef = Zentor::AutoRefPtr<JSONObj>;
 using BoolVector = Zentor::AutoRefPtr<Zentor::IVector<bool> const>;
 using NumberVector = Zentor::AutoRefPtr<Zentor::IVector<double> const>;
 using StringVector = Zentor::AutoRefPtr<Zentor::IVector<std::string> const>;
-using ValuePtr = JsonAutoRefPtr<JsonValue>;
 
 namespace {
 
@@ -61,10 +60,6 @@ void Report(Zentor::IContext* context, Zentor::ErrorSeverity severity, const std
 ValuePtr Share(JsonValue* node) {
   if (node) node->AddRef();
   return ValuePtr(node);
-}
-
-bool IsType(const ValuePtr& root, JsonValue::EJsonValueType type) {
-  return root && root->Type() == type;
 }
 
 // The member `key` of an object or compiled object root, without a new

@@ -1,9 +1,5 @@
 #include "JSONObj.h"
 
-#include <cstring>
-
-#include "JSONWrapper.h"
-
 const std::string kJSONName = "JSON";
 
 JSONObj::JSONObj(unsigned int typeId, Zentor::IContext*)
@@ -24,35 +20,6 @@ bool JSONObj::Interface_LessThan(const Zentor::IUserDefinedType* other) const {
   const std::string mine = fRoot ? fRoot->GetAsString() : std::string();
   const std::string theirs = that->fRoot ? that->fRoot->GetAsString() : std::string();
   return mine < theirs;
-}
-
-// Accepts both the envelope {"type": "JSON", "value": ...} and a bare
-// document. A document of this module is copied directly; any other goes
-// through its text. Failures leave the root unchanged and report nothing.
-bool JSONObj::Interface_Deserialize(const Zentor::IJSON* json, Zentor::IContext*) {
-  if (!json) return false;
-  const Zentor::IJSON* source = json;
-  Zentor::AutoRefPtr<Zentor::IJSON> enveloped;
-  std::string type;
-  if (json->GetString("type", type) && type == kJSONName) {
-    enveloped = json->Get("value");
-    source = enveloped.get();
-  }
-  if (JsonAutoRefPtr<JsonValue> value = Zentor::JSON::JSONWrapper::ToMJson(source)) {
-    fRoot = JsonValue::Copy(*value);
-    return true;
-  }
-  ParserContext context;
-  JsonAutoRefPtr<JsonValue> parsed =
-      JsonValue::ReadFromString(json->ToString(std::string()), &context, nullptr);
-  if (!parsed) return false;
-  fRoot = std::move(parsed);
-  return true;
-}
-
-// Shares the root with the new wrapper: no copy, no envelope.
-Zentor::IJSON* JSONObj::Interface_Serialize(Zentor::IContext*) const {
-  return Zentor::JSON::JSONWrapper::FromMJson(fRoot).release();
 }
 
 unsigned long long JSONObj::Interface_ToBinaryData(void** out, unsigned long long format) const {

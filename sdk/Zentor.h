@@ -289,14 +289,23 @@ class IDataRef : public IObject {
   // The bytes in one piece, or null for an implementation that only reads
   // in pieces (then use Read).
   const void* GetData() const { return Interface_GetData(); }
-  // All bytes, through GetData when possible, else through Read.
-  std::string ToString() const {
-    std::string bytes(static_cast<size_t>(GetSize()), '\0');
+  // All bytes, through GetData when possible, else through Read. False when
+  // Read delivers fewer bytes than GetSize announced; `out` then holds the
+  // bytes delivered.
+  bool ReadAll(std::string& out) const {
+    out.assign(static_cast<size_t>(GetSize()), '\0');
     if (const void* direct = GetData()) {
-      bytes.assign(static_cast<const char*>(direct), bytes.size());
-    } else {
-      bytes.resize(static_cast<size_t>(Read(bytes.data(), bytes.size(), 0)));
+      out.assign(static_cast<const char*>(direct), out.size());
+      return true;
     }
+    const size_t wanted = out.size();
+    out.resize(static_cast<size_t>(Read(out.data(), wanted, 0)));
+    return out.size() == wanted;
+  }
+  // All bytes, or those that Read delivers.
+  std::string ToString() const {
+    std::string bytes;
+    ReadAll(bytes);
     return bytes;
   }
 

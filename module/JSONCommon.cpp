@@ -1,4 +1,4 @@
-#include "JSONNodes.h"
+#include "JSONCommon.h"
 
 bool HasKeyOrElement(const JsonValue& root, const std::string& key) {
   switch (root.Type()) {
@@ -15,4 +15,8 @@ bool HasKeyOrElement(const JsonValue& root, const std::string& key) {
     default:
       return false;
   }
+}
+
+std::string ParseErrorMessage(const ParserContext& context) {
+  return "JSON parse error in line " + std::to_string(context.fLine) + ": " + context.fError;
 }

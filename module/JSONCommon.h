@@ -1,5 +1,5 @@
-// Node helpers that the script functions and the native JSON interface
-// share, so that both read paths and answer member questions alike.
+// What the script functions and the native JSON interface share, so that
+// both read paths, answer member questions and word parse errors alike.
 #pragma once
 
 #include <string>
@@ -39,6 +39,17 @@ class PathSteps {
   std::string_view fRest;
 };
 
+using ValuePtr = JsonAutoRefPtr<JsonValue>;
+
+inline bool IsType(const ValuePtr& value, JsonValue::EJsonValueType type) {
+  return value && value->Type() == type;
+}
+
+// `value` as an array, or null when it is none.
+inline JsonArray* AsArray(const ValuePtr& value) {
+  return IsType(value, JsonValue::Array) ? static_cast<JsonArray*>(value.get()) : nullptr;
+}
+
 // Whether a path step is meant as an array index.
 inline bool StartsWithDigit(std::string_view step) {
   return !step.empty() && step[0] >= '0' && step[0] <= '9';
@@ -47,3 +58,6 @@ inline bool StartsWithDigit(std::string_view step) {
 // Whether an object or compiled object has the member `key`; for an array,
 // whether some element reads as the text `key`. False for every other value.
 bool HasKeyOrElement(const JsonValue& root, const std::string& key);
+
+// The message of a failed parse, as scripts and native callers read it.
+std::string ParseErrorMessage(const ParserContext& context);
