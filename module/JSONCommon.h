@@ -59,5 +59,13 @@ inline bool StartsWithDigit(std::string_view step) {
 // whether some element reads as the text `key`. False for every other value.
 bool HasKeyOrElement(const JsonValue& root, const std::string& key);
 
+// Removes the member `key` of an object or compiled object; false when
+// there is no such member or `container` is neither.
+bool EraseMember(JsonValue& container, const std::string& key);
+
 // The message of a failed parse, as scripts and native callers read it.
 std::string ParseErrorMessage(const ParserContext& context);
+
+// The text of `value`: compact for an empty `indent`, else indented by it
+// with one member or element a line.
+void WriteText(const JsonValue& value, const std::string& indent, std::string& out);

@@ -135,11 +135,7 @@ bool JSONData::AsUInt64(const JsonAutoRefPtr<JsonValue>& value, unsigned long lo
 }
 
 void JSONData::ToString(std::string& out, const char* indent) const {
-  if (!fRoot) return;
-  if (!indent || !*indent)
-    fRoot->WriteToString(out);
-  else
-    fRoot->WriteToStringPretty(out, indent, "\n");
+  if (fRoot) WriteText(*fRoot, indent ? indent : "", out);
 }
 
 void JSONData::ToCachedString(std::string& out, const char* indent) const {

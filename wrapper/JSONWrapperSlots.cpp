@@ -427,10 +427,7 @@ IJSON* JSONWrapper::Interface_RemoveKey(const char* key) {
     return nullptr;
   }
   IJSON* removed = NewNodeWrapper(member);
-  const bool erased = IsType(root, JsonValue::Object)
-                          ? static_cast<JsonObject*>(root.get())->Erase(key)
-                          : static_cast<JsonCompiledObject*>(root.get())->Erase(key);
-  if (!erased) State().SetWarning(failed);
+  if (!EraseMember(*root, key)) State().SetWarning(failed);
   return removed;
 }
 
