@@ -1,6 +1,7 @@
 // Script functions on arrays: elements, appending, removing and replacing,
 // searching, and arrays to and from host vectors.
 #include <string>
+#include <type_traits>
 
 #include "JSONFunctions.h"
 
@@ -145,38 +146,43 @@ JSONObjRef JSONArrayFromStringVector(const StringVector& vector, Zentor::IContex
 
 namespace {
 
-// The member `key` of an object root as an array; null when it is missing
-// or is not an array.
-const JsonArray* MemberArray(const JSONObjRef& json, const std::string& key) {
-  const JsonValue* member = PeekMember(json->fRoot.get(), key);
-  if (!member || member->Type() != JsonValue::Array) return nullptr;
-  return static_cast<const JsonArray*>(member);
+// The elements of the array member `key` of an object root, each read as
+// T, in a new host vector; empty when the member is missing or no array,
+// null only without a context.
+template <class T>
+Zentor::AutoRefPtr<Zentor::IVector<T> const> MemberArrayAs(const JSONObjRef& json,
+                                                           const std::string& key,
+                                                           Zentor::IContext* context) {
+  auto result = NewVector<T>(context);
+  const JsonValue* member = result ? PeekMember(json->fRoot.get(), key) : nullptr;
+  if (!member || member->Type() != JsonValue::Array) return result;
+  const auto* array = static_cast<const JsonArray*>(member);
+  for (size_t i = 0; i < array->Size(); ++i) {
+    if constexpr (std::is_same_v<T, bool>)
+      result->PushBack(array->AtIndexAsBool(i));
+    else if constexpr (std::is_same_v<T, double>)
+      result->PushBack(array->AtIndexAsReal(i));
+    else
+      result->PushBack(array->AtIndexAsString(i));
+  }
+  return result;
 }
 
 }  // namespace
 
 BoolVector GetAsBoolVector(const JSONObjRef& json, const std::string& key,
                            Zentor::IContext* context) {
-  auto result = NewVector<bool>(context);
-  if (const JsonArray* array = result ? MemberArray(json, key) : nullptr)
-    for (size_t i = 0; i < array->Size(); ++i) result->PushBack(array->AtIndexAsBool(i));
-  return result;
+  return MemberArrayAs<bool>(json, key, context);
 }
 
 NumberVector GetAsNumberVector(const JSONObjRef& json, const std::string& key,
                                Zentor::IContext* context) {
-  auto result = NewVector<double>(context);
-  if (const JsonArray* array = result ? MemberArray(json, key) : nullptr)
-    for (size_t i = 0; i < array->Size(); ++i) result->PushBack(array->AtIndexAsReal(i));
-  return result;
+  return MemberArrayAs<double>(json, key, context);
 }
 
 StringVector GetAsStringVector(const JSONObjRef& json, const std::string& key,
                                Zentor::IContext* context) {
-  auto result = NewVector<std::string>(context);
-  if (const JsonArray* array = result ? MemberArray(json, key) : nullptr)
-    for (size_t i = 0; i < array->Size(); ++i) result->PushBack(array->AtIndexAsString(i));
-  return result;
+  return MemberArrayAs<std::string>(json, key, context);
 }
 
 namespace {

@@ -43,27 +43,9 @@ JSONData::JSONData(const JSONData* other) {
   fError = other->GetError();
 }
 
-void JSONData::SetError(const std::string& message) {
+void JSONData::SetStatus(IJSON::Status status, std::string&& message) {
   std::unique_lock lock(fLock);
-  fError.first = IJSON::kStatusError;
-  fError.second = message;
-}
-
-void JSONData::SetError(std::string&& message) {
-  std::unique_lock lock(fLock);
-  fError.first = IJSON::kStatusError;
-  fError.second = std::move(message);
-}
-
-void JSONData::SetWarning(const std::string& message) {
-  std::unique_lock lock(fLock);
-  fError.first = IJSON::kStatusWarning;
-  fError.second = message;
-}
-
-void JSONData::SetWarning(std::string&& message) {
-  std::unique_lock lock(fLock);
-  fError.first = IJSON::kStatusWarning;
+  fError.first = status;
   fError.second = std::move(message);
 }
 

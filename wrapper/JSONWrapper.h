@@ -187,6 +187,10 @@ class JSONWrapper : public InterfaceImpl<IJSON> {
 
  private:
   const JsonAutoRefPtr<JsonValue>& Root() const;
+  // The type slots: a fresh error state, then whether the root is of `type`
+  // or of `other`.
+  bool RootIs(JsonValue::EJsonValueType type) const { return RootIs(type, type); }
+  bool RootIs(JsonValue::EJsonValueType type, JsonValue::EJsonValueType other) const;
   JSONData& State() const { return *fData; }
   // The member `key` of an object root for the typed reads, or empty after
   // reporting why. `notFoundEnd` closes the not-found warning.
@@ -216,10 +220,8 @@ class JSONData {
   // error.
   explicit JSONData(const JSONData* other);
 
-  void SetError(const std::string& message);
-  void SetError(std::string&& message);
-  void SetWarning(const std::string& message);
-  void SetWarning(std::string&& message);
+  void SetError(std::string message) { SetStatus(IJSON::kStatusError, std::move(message)); }
+  void SetWarning(std::string message) { SetStatus(IJSON::kStatusWarning, std::move(message)); }
   void ClearError();
   IJSON::Status GetErrorStatus() const;
   std::string GetErrorMessage() const;
@@ -246,6 +248,8 @@ class JSONData {
   JsonAutoRefPtr<JsonValue> fRoot;
 
  private:
+  void SetStatus(IJSON::Status status, std::string&& message);
+
   Error fError{IJSON::kStatusNone, std::string()};
   mutable std::shared_mutex fLock;
 };

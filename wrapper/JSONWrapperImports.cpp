@@ -11,23 +11,18 @@
 namespace {
 
 // The source name under which the imports report broken assumptions. It
-// and the line numbers that the imports pass (22, 23, 24) are part of the
+// and the line number of each import (ImportSite::line) are part of the
 // messages that users see; they must not change, whichever file holds the
 // imports.
 constexpr const char kImportSource[] = "JSONWrapper.cpp";
-
-// A call of an imported function without a context cannot report anything
-// and is a programming error: it ends the process like a failed assert.
-void RequireContext(const void* pointer, const char* expression, const char* function,
-                    unsigned int line) {
-  if (!pointer) Zentor::AssertionFailed(expression, kImportSource, line, function);
-}
 
 struct ImportSite {
   const char* scriptName;
   const char* importedName;
   unsigned int typeCount;
   const char* const* types;
+  // The line that assertion messages name (see kImportSource).
+  unsigned int line;
 };
 
 // The cached lookup of one imported function. Built on the first call (the
@@ -110,6 +105,26 @@ R CallImported(const ImportSite& site, ImportCache& cache, Zentor::IContext* ctx
   return holder.Value();
 }
 
+// One import: the context check, then the call through the import's own
+// cached lookup (one per site, as the static lives in each instantiation).
+// A call without a context cannot report anything and is a programming
+// error: it ends the process like a failed assert.
+template <const ImportSite& site, class R, class... Args>
+R Import(Zentor::IContext* ctx, const Args&... natives) {
+  if (!ctx) Zentor::AssertionFailed("ctx", kImportSource, site.line, site.importedName);
+  const unsigned long long instanceId = ctx->GetZentorInstanceId();
+  static ImportCache cache(site, ctx, instanceId);
+  return CallImported<R>(site, cache, ctx, instanceId, natives...);
+}
+
+const char* const kCreateEmptyObjectTypes[] = {"JSON", ""};
+constexpr ImportSite kCreateEmptyObject{"JSON.CreateEmptyObject", "JSON_CreateEmptyObject", 2,
+                                        kCreateEmptyObjectTypes, 22};
+const char* const kFromStringTypes[] = {"JSON", "STRING", ""};
+constexpr ImportSite kFromString{"JSON.FromString", "JSON_FromString", 3, kFromStringTypes, 23};
+const char* const kToStringTypes[] = {"STRING", "JSON", ""};
+constexpr ImportSite kToString{"ToString", "JSON_ToString", 3, kToStringTypes, 24};
+
 }  // namespace
 
 namespace Zentor {
@@ -158,38 +173,14 @@ void CPPReturnType<JSONObjPtr>::Set(const AutoRefPtr<IVariant>& variant) {
 
 }  // namespace Zentor
 
-// The numbers given to RequireContext below are the visible line numbers of
-// the assertion messages (see kImportSource), not lines of this file.
-
 JSONObjPtr JSON_CreateEmptyObject(Zentor::IContext* p1) {
-  static const char* const types[] = {"JSON", ""};
-  static constexpr ImportSite site{"JSON.CreateEmptyObject", "JSON_CreateEmptyObject", 2, types};
-  Zentor::IContext* ctx = p1;
-  RequireContext(ctx, "ctx", site.importedName, 22);
-  RequireContext(p1, "p1", site.importedName, 22);
-  const unsigned long long instanceId = ctx->GetZentorInstanceId();
-  static ImportCache cache(site, ctx, instanceId);
-  return CallImported<JSONObjPtr>(site, cache, ctx, instanceId);
+  return Import<kCreateEmptyObject, JSONObjPtr>(p1);
 }
 
 JSONObjPtr JSON_FromString(std::string const& p1, Zentor::IContext* p2) {
-  static const char* const types[] = {"JSON", "STRING", ""};
-  static constexpr ImportSite site{"JSON.FromString", "JSON_FromString", 3, types};
-  Zentor::IContext* ctx = p2;
-  RequireContext(ctx, "ctx", site.importedName, 23);
-  RequireContext(p2, "p2", site.importedName, 23);
-  const unsigned long long instanceId = ctx->GetZentorInstanceId();
-  static ImportCache cache(site, ctx, instanceId);
-  return CallImported<JSONObjPtr>(site, cache, ctx, instanceId, p1);
+  return Import<kFromString, JSONObjPtr>(p2, p1);
 }
 
 std::string JSON_ToString(JSONObjPtr const& p1, Zentor::IContext* p2) {
-  static const char* const types[] = {"STRING", "JSON", ""};
-  static constexpr ImportSite site{"ToString", "JSON_ToString", 3, types};
-  Zentor::IContext* ctx = p2;
-  RequireContext(ctx, "ctx", site.importedName, 24);
-  RequireContext(p2, "p2", site.importedName, 24);
-  const unsigned long long instanceId = ctx->GetZentorInstanceId();
-  static ImportCache cache(site, ctx, instanceId);
-  return CallImported<std::string>(site, cache, ctx, instanceId, p1);
+  return Import<kToString, std::string>(p2, p1);
 }

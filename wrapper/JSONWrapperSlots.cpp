@@ -479,24 +479,25 @@ unsigned long long JSONWrapper::Interface_AsString(char* buffer, unsigned long l
   return text.size() + 1;
 }
 
-bool JSONWrapper::Interface_IsNull() const {
+bool JSONWrapper::RootIs(JsonValue::EJsonValueType type, JsonValue::EJsonValueType other) const {
   State().ClearError();
-  return IsType(Root(), JsonValue::Null);
+  return IsType(Root(), type) || IsType(Root(), other);
+}
+
+bool JSONWrapper::Interface_IsNull() const {
+  return RootIs(JsonValue::Null);
 }
 
 bool JSONWrapper::Interface_IsBool() const {
-  State().ClearError();
-  return IsType(Root(), JsonValue::True) || IsType(Root(), JsonValue::False);
+  return RootIs(JsonValue::True, JsonValue::False);
 }
 
 bool JSONWrapper::Interface_IsNumber() const {
-  State().ClearError();
-  return IsType(Root(), JsonValue::Integer) || IsType(Root(), JsonValue::Real);
+  return RootIs(JsonValue::Integer, JsonValue::Real);
 }
 
 bool JSONWrapper::Interface_IsDouble() const {
-  State().ClearError();
-  return IsType(Root(), JsonValue::Real);
+  return RootIs(JsonValue::Real);
 }
 
 bool JSONWrapper::Interface_IsInt() const {
@@ -510,8 +511,7 @@ bool JSONWrapper::Interface_IsUInt() const {
 }
 
 bool JSONWrapper::Interface_IsInt64() const {
-  State().ClearError();
-  return IsType(Root(), JsonValue::Integer);
+  return RootIs(JsonValue::Integer);
 }
 
 bool JSONWrapper::Interface_IsUInt64() const {
@@ -520,18 +520,15 @@ bool JSONWrapper::Interface_IsUInt64() const {
 }
 
 bool JSONWrapper::Interface_IsString() const {
-  State().ClearError();
-  return IsType(Root(), JsonValue::String);
+  return RootIs(JsonValue::String);
 }
 
 bool JSONWrapper::Interface_IsArray() const {
-  State().ClearError();
-  return IsType(Root(), JsonValue::Array);
+  return RootIs(JsonValue::Array);
 }
 
 bool JSONWrapper::Interface_IsObject() const {
-  State().ClearError();
-  return IsType(Root(), JsonValue::Object);
+  return RootIs(JsonValue::Object);
 }
 
 template <class Insert>
