@@ -7,6 +7,19 @@
 
 #include "Mjson.h"
 
+// A shared owner of a node of the value tree.
+using ValuePtr = JsonAutoRefPtr<JsonValue>;
+
+// Whether `value` is a node of `type`; false for no node.
+inline bool IsType(const ValuePtr& value, JsonValue::EJsonValueType type) {
+  return value && value->Type() == type;
+}
+
+// `value` as an array, or null when it is none.
+inline JsonArray* AsArray(const ValuePtr& value) {
+  return IsType(value, JsonValue::Array) ? static_cast<JsonArray*>(value.get()) : nullptr;
+}
+
 // The steps of a node path such as "a/0/b": separated by "/", one leading
 // "/" ignored, no escaping. Empty steps inside the path are kept ("a//b"
 // has three steps); a trailing "/" adds none. How a step becomes an array
@@ -38,17 +51,6 @@ class PathSteps {
  private:
   std::string_view fRest;
 };
-
-using ValuePtr = JsonAutoRefPtr<JsonValue>;
-
-inline bool IsType(const ValuePtr& value, JsonValue::EJsonValueType type) {
-  return value && value->Type() == type;
-}
-
-// `value` as an array, or null when it is none.
-inline JsonArray* AsArray(const ValuePtr& value) {
-  return IsType(value, JsonValue::Array) ? static_cast<JsonArray*>(value.get()) : nullptr;
-}
 
 // Whether a path step is meant as an array index.
 inline bool StartsWithDigit(std::string_view step) {
