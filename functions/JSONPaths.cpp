@@ -6,11 +6,6 @@
 
 #include "JSONFunctions.h"
 
-// A path is one text ("a/0/b", one leading "/" ignored, no escaping) or a
-// host vector of steps taken as they stand. Both forms are read through the
-// same small step source so that one walk serves both; they differ only in
-// the messages of the writing walk.
-
 namespace JSONFunctions {
 
 namespace {
@@ -21,6 +16,11 @@ namespace {
 int StepToIndex(std::string_view step) {
   return std::stoi(std::string(step));
 }
+
+// A path is one text ("a/0/b", one leading "/" ignored, no escaping) or a
+// host vector of steps taken as they stand. Both forms are read through the
+// same small step source so that one walk serves both; they differ only in
+// the messages of the writing walk.
 
 class TextPath {
  public:
