@@ -1,41 +1,12 @@
 #include "JSONObj.h"
 
-#include "JSONWrapper.h"
-
-#include <cstring>
-
 const std::string kJSONName = "JSON";
-
-namespace {
-
-JsonValue* EmptyValue(JsonValue::EJsonValueType type) {
-  switch (type) {
-    case JsonValue::String:
-      return new JsonString(std::string());
-    case JsonValue::Integer:
-      return new JsonInteger(0LL);
-    case JsonValue::Real:
-      return new JsonReal(0.0, 0);
-    case JsonValue::Object:
-      return new JsonObject(false);
-    case JsonValue::Array:
-      return new JsonArray();
-    case JsonValue::True:
-      return new JsonTrue();
-    case JsonValue::False:
-      return new JsonFalse();
-    default:
-      return new JsonNull();
-  }
-}
-
-}  // namespace
 
 JSONObj::JSONObj(unsigned int typeId, Zentor::IContext*)
     : CustomType(typeId, kJSONName), fRoot(new JsonNull()) {}
 
 JSONObj::JSONObj(unsigned int typeId, JsonValue::EJsonValueType type, Zentor::IContext*)
-    : CustomType(typeId, kJSONName), fRoot(EmptyValue(type)) {}
+    : CustomType(typeId, kJSONName), fRoot(NewEmptyValue(type)) {}
 
 JSONObj::JSONObj(const JSONObj& other)
     : CustomType(other),
@@ -49,35 +20,6 @@ bool JSONObj::Interface_LessThan(const Zentor::IUserDefinedType* other) const {
   const std::string mine = fRoot ? fRoot->GetAsString() : std::string();
   const std::string theirs = that->fRoot ? that->fRoot->GetAsString() : std::string();
   return mine < theirs;
-}
-
-// Accepts both the envelope {"type": "JSON", "value": ...} and a bare
-// document. A document of this module is copied directly; any other goes
-// through its text. Failures leave the root unchanged and report nothing.
-bool JSONObj::Interface_Deserialize(const Zentor::IJSON* json, Zentor::IContext*) {
-  if (!json) return false;
-  const Zentor::IJSON* source = json;
-  Zentor::AutoRefPtr<Zentor::IJSON> enveloped;
-  std::string type;
-  if (json->GetString("type", type) && type == kJSONName) {
-    enveloped = json->Get("value");
-    source = enveloped.get();
-  }
-  if (JsonAutoRefPtr<JsonValue> value = Zentor::JSON::JSONWrapper::ToMJson(source)) {
-    fRoot = JsonValue::Copy(*value);
-    return true;
-  }
-  ParserContext context;
-  JsonAutoRefPtr<JsonValue> parsed =
-      JsonValue::ReadFromString(json->ToString(std::string()), &context, nullptr);
-  if (!parsed) return false;
-  fRoot = std::move(parsed);
-  return true;
-}
-
-// Shares the root with the new wrapper: no copy, no envelope.
-Zentor::IJSON* JSONObj::Interface_Serialize(Zentor::IContext*) const {
-  return Zentor::JSON::JSONWrapper::FromMJson(fRoot).release();
 }
 
 unsigned long long JSONObj::Interface_ToBinaryData(void** out, unsigned long long format) const {

@@ -29,7 +29,8 @@ class JSONObj : public Zentor::CustomType<JSONObj> {
   // Orders by compact text, so documents that print alike are equivalent.
   bool Interface_LessThan(const Zentor::IUserDefinedType* other) const override;
 
-  // Conversion to and from the host's native JSON interface.
+  // Conversion to and from the host's native JSON interface, defined with
+  // the interface's implementation (wrapper/JSONObjInterface.cpp).
   using Zentor::CustomType<JSONObj>::Interface_Deserialize;
   bool Interface_Deserialize(const Zentor::IJSON* json, Zentor::IContext* context) override;
   using Zentor::CustomType<JSONObj>::Interface_Serialize;

@@ -29,11 +29,6 @@ const char kEmpty[] = "";
   std::abort();
 }
 
-// Not exported: the host learns the module's name from the file it loaded.
-const char* GetZentorModuleName() {
-  return "JSON";
-}
-
 ZENTOR_EXPORT const char* GetModuleVersion() {
   return "1.16.0.0";
 }

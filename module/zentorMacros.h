@@ -47,6 +47,10 @@ inline void ReplaceAllStringsInPlace(std::string& text, const std::string& from,
   }
 }
 
+// 2^63 as a double: the first number past the signed 64-bit range, and the
+// bound of the host number conversions.
+inline constexpr double kTwo63 = 9223372036854775808.0;
+
 // A host number as an unsigned 64-bit integer, truncated toward zero.
 // Numbers from 2^63 up convert exactly and negative ones wrap as two's
 // complement (-1 gives 2^64 - 1), without any range check. Beyond 2^64 the
@@ -55,7 +59,6 @@ inline void ReplaceAllStringsInPlace(std::string& text, const std::string& from,
 // both infinities give 2^63, the bit pattern of the processor's "integer
 // indefinite" that NumberToInt64 also gives for them.
 inline unsigned long long NumberToUInt64(double value) {
-  constexpr double kTwo63 = 9223372036854775808.0;
   constexpr double kTwo64 = 18446744073709551616.0;
   if (std::isnan(value)) return 0;
   if (std::isinf(value)) return 1ULL << 63;
@@ -80,6 +83,8 @@ Handle CreateUserDefinedType(const char* typeName, IContext* context) {
   Handle handle;
   if (!typeName || !context) return handle;
   const unsigned int id = context->FindType(typeName);
+  // The file name and line number are part of the message that the host's
+  // users see; they must not change, wherever this code moves.
   if (id == ::Zentor::kTypeInvalid)
     AssertionFailed("id != ::Zentor::kTypeInvalid", "zentorMacros.h", 2520,
                     "CreateUserDefinedType");
@@ -252,8 +257,8 @@ class CPPNameParameterTransformer {
     }
     IVariant* argument = fArgs[fIndex];
     if (CheckAndConvert(argument, holder)) return;
-    fError = MakeStatus(position,
-                        IsEmptyUserDefined(argument) ? kStatusEmptyObject : kStatusWrongKind);
+    fError =
+        MakeStatus(position, IsEmptyUserDefined(argument) ? kStatusEmptyObject : kStatusWrongKind);
   }
 
  private:
@@ -326,12 +331,12 @@ unsigned int CallFunction(R (*function)(P...), int argc, IVariant** args, IVaria
 // zentor_module_Create<Class>, which the host owns the result of. The export
 // has exactly the host's factory type, so that the host's call through a
 // ZentorTypeFactory pointer is a call of the function's own type.
-#define ZENTOR_DECLARE_TYPE(Class, name, flags)                                   \
-  ZENTOR_EXPORT ::Zentor::IUserDefinedType* zentor_module_Create##Class(          \
-      unsigned int typeId, ::Zentor::IContext* context) {                         \
-    return new Class(typeId, context);                                            \
-  }                                                                               \
-  int dummy##Class = ::Zentor::AppendDeclaration(                                 \
+#define ZENTOR_DECLARE_TYPE(Class, name, flags)                          \
+  ZENTOR_EXPORT ::Zentor::IUserDefinedType* zentor_module_Create##Class( \
+      unsigned int typeId, ::Zentor::IContext* context) {                \
+    return new Class(typeId, context);                                   \
+  }                                                                      \
+  int dummy##Class = ::Zentor::AppendDeclaration(                        \
       sInfo, " TYPE " name " : zentor_module_Create" #Class " : " flags);
 
 // Declares script function number `index` under `scriptName` and defines its

@@ -289,14 +289,23 @@ class IDataRef : public IObject {
   // The bytes in one piece, or null for an implementation that only reads
   // in pieces (then use Read).
   const void* GetData() const { return Interface_GetData(); }
-  // All bytes, through GetData when possible, else through Read.
-  std::string ToString() const {
-    std::string bytes(static_cast<size_t>(GetSize()), '\0');
+  // All bytes, through GetData when possible, else through Read. False when
+  // Read delivers fewer bytes than GetSize announced; `out` then holds the
+  // bytes delivered.
+  bool ReadAll(std::string& out) const {
+    out.assign(static_cast<size_t>(GetSize()), '\0');
     if (const void* direct = GetData()) {
-      bytes.assign(static_cast<const char*>(direct), bytes.size());
-    } else {
-      bytes.resize(static_cast<size_t>(Read(bytes.data(), bytes.size(), 0)));
+      out.assign(static_cast<const char*>(direct), out.size());
+      return true;
     }
+    const size_t wanted = out.size();
+    out.resize(static_cast<size_t>(Read(out.data(), wanted, 0)));
+    return out.size() == wanted;
+  }
+  // All bytes, or those that Read delivers.
+  std::string ToString() const {
+    std::string bytes;
+    ReadAll(bytes);
     return bytes;
   }
 
@@ -627,6 +636,30 @@ class IModuleInfo : public IObject {
 };
 
 // ---------------------------------------------------------------------------
+// Reading texts through the length + 1 slots.
+
+// Reads the text of a slot that returns the text's length + 1 (0 when there
+// is no text) and copies text and zero byte only when they fit. It offers
+// `slot(buffer, size)` a buffer of `size` bytes, room for size - 1 bytes of
+// text and the zero byte, and offers a larger one until the text fits: the
+// text may grow between calls when another thread changes it meanwhile.
+// `out` is written only when there is a text.
+template <class Slot>
+bool ReadSlotText(Slot slot, std::string& out) {
+  std::string text(255, '\0');
+  for (;;) {
+    const unsigned long long needed = slot(text.data(), text.size() + 1);
+    if (needed == 0) return false;
+    if (needed <= text.size() + 1) {
+      text.resize(static_cast<size_t>(needed - 1));
+      out = std::move(text);
+      return true;
+    }
+    text.assign(static_cast<size_t>(needed - 1), '\0');
+  }
+}
+
+// ---------------------------------------------------------------------------
 // The call context: what a function may ask of the host while it runs.
 
 class IContext : public IObject {
@@ -638,9 +671,13 @@ class IContext : public IObject {
   }
   bool HasError() const { return Interface_HasError(); }
   std::string GetErrorMessage() const {
-    return ReadText([this](char* buffer, unsigned long long size) {
-      return Interface_GetErrorMessage(buffer, size);
-    });
+    std::string text;
+    ReadSlotText(
+        [this](char* buffer, unsigned long long size) {
+          return Interface_GetErrorMessage(buffer, size);
+        },
+        text);
+    return text;
   }
   void ClearError() { Interface_ClearError(); }
   void ErrorLog(const std::string& tag, const std::string& message) {
@@ -650,9 +687,11 @@ class IContext : public IObject {
     Interface_DebugLog(source.c_str(), level, message.c_str());
   }
   std::string PrintCallStack() const {
-    return ReadText([this](char* buffer, unsigned long long size) {
-      return Interface_PrintCallStack(buffer, size);
-    });
+    std::string text;
+    ReadSlotText([this](char* buffer,
+                        unsigned long long size) { return Interface_PrintCallStack(buffer, size); },
+                 text);
+    return text;
   }
   // kTypeInvalid when no type of that name is registered.
   unsigned int FindType(const char* name) const { return Interface_FindType(name); }
@@ -722,23 +761,6 @@ class IContext : public IObject {
 
  protected:
   virtual ~IContext() = default;
-
- private:
-  // Runs a length + 1 text slot until the text fits (it may grow between
-  // calls when another thread reports meanwhile).
-  template <class Slot>
-  static std::string ReadText(Slot slot) {
-    std::string text(255, '\0');
-    for (;;) {
-      const unsigned long long needed = slot(text.data(), text.size() + 1);
-      if (needed == 0) return std::string();
-      if (needed <= text.size() + 1) {
-        text.resize(static_cast<size_t>(needed - 1));
-        return text;
-      }
-      text.assign(static_cast<size_t>(needed - 1), '\0');
-    }
-  }
 };
 
 }  // namespace Zentor

@@ -48,9 +48,12 @@ class IJSON : public IObject {
 
   // Compact text when `indent` is empty, else indented by it.
   bool ToString(std::string& out, const std::string& indent = std::string()) const {
-    out = ReadLess([&](char* buffer, unsigned long long size) {
-      return Interface_ToString(indent.c_str(), buffer, size);
-    });
+    out.clear();
+    ReadSlotText(
+        [&](char* buffer, unsigned long long size) {
+          return Interface_ToString(indent.c_str(), buffer, size);
+        },
+        out);
     return true;
   }
   std::string ToString(const std::string& indent = std::string()) const {
@@ -59,9 +62,12 @@ class IJSON : public IObject {
     return out;
   }
   bool ToCachedString(std::string& out, const std::string& indent = std::string()) {
-    out = ReadLess([&](char* buffer, unsigned long long size) {
-      return Interface_ToCachedString(indent.c_str(), buffer, size);
-    });
+    out.clear();
+    ReadSlotText(
+        [&](char* buffer, unsigned long long size) {
+          return Interface_ToCachedString(indent.c_str(), buffer, size);
+        },
+        out);
     return true;
   }
 
@@ -83,18 +89,12 @@ class IJSON : public IObject {
   // The text of member `key`; false when it is missing or no string.
   bool GetString(const char* key, std::string& out) const {
     // The slot copies when length <= size and then writes its zero byte at
-    // index `size`, so the buffer offered is one byte larger than `size`.
-    std::string buffer(255, '\0');
-    for (;;) {
-      const unsigned long long needed =
-          Interface_GetString(key, buffer.data(), buffer.size(), nullptr);
-      if (needed == 0) return false;
-      if (needed - 1 <= buffer.size()) {
-        out.assign(buffer.data(), static_cast<size_t>(needed - 1));
-        return true;
-      }
-      buffer.assign(static_cast<size_t>(needed - 1), '\0');
-    }
+    // index `size`, so it is told one byte less than the buffer offered.
+    return ReadSlotText(
+        [&](char* buffer, unsigned long long size) {
+          return Interface_GetString(key, buffer, size - 1, nullptr);
+        },
+        out);
   }
   bool GetString(const std::string& key, std::string& out) const {
     return GetString(key.c_str(), out);
@@ -144,18 +144,11 @@ class IJSON : public IObject {
   bool AsInt64(long long& out) const { return Interface_AsInt64(&out); }
   bool AsUInt64(unsigned long long& out) const { return Interface_AsUInt64(&out); }
   bool AsString(std::string& out) const {
-    std::string buffer(255, '\0');
-    for (;;) {
-      unsigned char complete = 0;
-      const unsigned long long needed =
-          Interface_AsString(buffer.data(), buffer.size() + 1, &complete);
-      if (needed == 0) return false;
-      if (complete) {
-        out.assign(buffer.data(), static_cast<size_t>(needed - 1));
-        return true;
-      }
-      buffer.assign(static_cast<size_t>(needed - 1), '\0');
-    }
+    return ReadSlotText(
+        [this](char* buffer, unsigned long long size) {
+          return Interface_AsString(buffer, size, nullptr);
+        },
+        out);
   }
 
   bool IsNull() const { return Interface_IsNull(); }
@@ -315,22 +308,6 @@ class IJSON : public IObject {
 
  protected:
   virtual ~IJSON() = default;
-
- private:
-  // For slots that copy only when length < size and return length + 1.
-  template <class Slot>
-  static std::string ReadLess(Slot slot) {
-    std::string text(255, '\0');
-    for (;;) {
-      const unsigned long long needed = slot(text.data(), text.size() + 1);
-      if (needed == 0) return std::string();
-      if (needed <= text.size() + 1) {
-        text.resize(static_cast<size_t>(needed - 1));
-        return text;
-      }
-      text.assign(static_cast<size_t>(needed - 1), '\0');
-    }
-  }
 };
 
 inline AutoRefPtr<IJSON> IUserDefinedType::Serialize(IContext* context) const {

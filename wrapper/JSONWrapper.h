@@ -1,8 +1,8 @@
 // The module's implementation of the host's native JSON interface
 // Zentor::IJSON, through which other native modules build, query and
-// serialise documents backed by this module's value tree, and the host
+// serialise documents backed by this module's value tree. The host
 // functions that the wrapper imports to reach "JSON" values that may belong
-// to another JSON implementation.
+// to another JSON implementation are declared in JSONWrapperImports.h.
 //
 // Sharing rules, which callers rely on:
 // - a wrapper changes its tree in place, and that tree may be shared with a
@@ -18,6 +18,7 @@
 #include <utility>
 
 #include "JSONObj.h"
+#include "JSONWrapperImports.h"
 #include "JsonAutoRefPtr.h"
 #include "Mjson.h"
 #include "ZentorSDK.h"
@@ -186,6 +187,10 @@ class JSONWrapper : public InterfaceImpl<IJSON> {
 
  private:
   const JsonAutoRefPtr<JsonValue>& Root() const;
+  // The type slots: a fresh error state, then whether the root is of `type`
+  // or of `other`.
+  bool RootIs(JsonValue::EJsonValueType type) const { return RootIs(type, type); }
+  bool RootIs(JsonValue::EJsonValueType type, JsonValue::EJsonValueType other) const;
   JSONData& State() const { return *fData; }
   // The member `key` of an object root for the typed reads, or empty after
   // reporting why. `notFoundEnd` closes the not-found warning.
@@ -215,10 +220,8 @@ class JSONData {
   // error.
   explicit JSONData(const JSONData* other);
 
-  void SetError(const std::string& message);
-  void SetError(std::string&& message);
-  void SetWarning(const std::string& message);
-  void SetWarning(std::string&& message);
+  void SetError(std::string message) { SetStatus(IJSON::kStatusError, std::move(message)); }
+  void SetWarning(std::string message) { SetStatus(IJSON::kStatusWarning, std::move(message)); }
   void ClearError();
   IJSON::Status GetErrorStatus() const;
   std::string GetErrorMessage() const;
@@ -245,62 +248,12 @@ class JSONData {
   JsonAutoRefPtr<JsonValue> fRoot;
 
  private:
+  void SetStatus(IJSON::Status status, std::string&& message);
+
   Error fError{IJSON::kStatusNone, std::string()};
   mutable std::shared_mutex fLock;
 };
 
 }  // namespace JSON
 
-// ---------------------------------------------------------------------------
-// Calling script functions of the host from native code.
-
-// The entry point of script function `name` with the type words `types`, or
-// null. `moduleInfo` receives the providing module's information, borrowed.
-ZentorFunction GetFunction_(IContext* context, const char* name, unsigned int typeCount,
-                            const char* const* types, IModuleInfo*& moduleInfo);
-
-// A native value as a new host variant (empty without a context).
-template <class T>
-AutoRefPtr<IVariant> InterfaceToCPP(IContext* context, const T& value);
-template <>
-AutoRefPtr<IVariant> InterfaceToCPP<std::string>(IContext* context, const std::string& value);
-template <>
-AutoRefPtr<IVariant> InterfaceToCPP<JSONObjPtr>(IContext* context, const JSONObjPtr& value);
-
-// The holder of an imported function's result: its default value makes the
-// initial result variant, and Set takes the callee's result out of it.
-template <class R>
-class CPPReturnType;
-
-template <>
-class CPPReturnType<std::string> {
- public:
-  explicit CPPReturnType(IContext*) {}
-  const std::string& Value() const { return fValue; }
-  void Set(const AutoRefPtr<IVariant>& variant);
-
- private:
-  std::string fValue;
-};
-
-template <>
-class CPPReturnType<JSONObjPtr> {
- public:
-  explicit CPPReturnType(IContext* context) : fContext(context) {}
-  const JSONObjPtr& Value() const { return fValue; }
-  // A callee that stored no object yields a fresh empty "JSON" value, so the
-  // result is never empty while the type is registered.
-  void Set(const AutoRefPtr<IVariant>& variant);
-
- private:
-  IContext* fContext;
-  JSONObjPtr fValue;
-};
-
 }  // namespace Zentor
-
-// Host script functions imported by the wrapper. Each needs a context; a
-// failed call is reported on it and gives an empty result.
-JSONObjPtr JSON_CreateEmptyObject(Zentor::IContext* p1);
-JSONObjPtr JSON_FromString(std::string const& p1, Zentor::IContext* p2);
-std::string JSON_ToString(JSONObjPtr const& p1, Zentor::IContext* p2);

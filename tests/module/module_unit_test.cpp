@@ -1,11 +1,12 @@
 #include <gtest/gtest.h>
-
 #include <pthread.h>
 
 #include <cmath>
 #include <cstdint>
 #include <string>
+#include <vector>
 
+#include "JSONCommon.h"
 #include "JSONObj.h"
 #include "ZentorData.h"
 #include "zentorMacros.h"
@@ -215,6 +216,92 @@ TEST(Data, ComparesDirectlyOrInChunks) {
   AutoRefPtr<Zentor::IDataRef> clone = data->Clone();
   EXPECT_NE(clone.get(), data.get());
   EXPECT_TRUE(clone->IsEqual(data.get()));
+}
+
+// Both the script functions and the native interface read their data
+// through ReadAll; a short Read must fail rather than decode a prefix.
+TEST(Data, ReadAllTakesEveryByteOrFails) {
+  struct Case {
+    const char* name;
+    AutoRefPtr<Zentor::IDataRef> data;
+    bool complete;
+    std::string bytes;
+  };
+  const Case cases[] = {
+      {"direct", NewData("abc"), true, "abc"},
+      {"in pieces", AutoRefPtr<Zentor::IDataRef>(new StreamingData("abc", false)), true, "abc"},
+      {"short read", AutoRefPtr<Zentor::IDataRef>(new StreamingData("abc", true)), false, "ab"},
+      {"empty, in pieces", AutoRefPtr<Zentor::IDataRef>(new StreamingData("", false)), true, ""},
+  };
+  for (const Case& c : cases) {
+    std::string out = "stale";
+    EXPECT_EQ(c.data->ReadAll(out), c.complete) << c.name;
+    EXPECT_EQ(out, c.bytes) << c.name;
+    EXPECT_EQ(c.data->ToString(), c.bytes) << c.name;
+  }
+}
+
+// The three path walks split paths through PathSteps; each keeps its own
+// index conversion, so only the splitting is shared.
+TEST(PathSteps, SplitsOnSlashesIgnoringOneLeadingSlash) {
+  struct Case {
+    std::string path;
+    std::vector<std::string> steps;
+  };
+  const Case cases[] = {
+      {"", {}},
+      {"/", {}},
+      {"a", {"a"}},
+      {"/a/0/b", {"a", "0", "b"}},
+      {"a//b", {"a", "", "b"}},
+      {"a/", {"a"}},
+      {"//a", {"", "a"}},
+      {"a\\/b", {"a\\", "b"}},  // no escaping
+  };
+  for (const Case& c : cases) {
+    PathSteps steps(c.path);
+    EXPECT_EQ(steps.Done(), c.steps.empty()) << c.path;
+    std::vector<std::string> seen;
+    std::string_view step;
+    while (steps.Next(step)) seen.emplace_back(step);
+    EXPECT_EQ(seen, c.steps) << c.path;
+    EXPECT_TRUE(steps.Done()) << c.path;
+  }
+  EXPECT_TRUE(StartsWithDigit("0"));
+  EXPECT_TRUE(StartsWithDigit("9x"));
+  EXPECT_FALSE(StartsWithDigit(""));
+  EXPECT_FALSE(StartsWithDigit("-1"));
+  EXPECT_FALSE(StartsWithDigit(" 1"));
+}
+
+// JSON.HasMember and IJSON::Has answer through one test; JSON.Remove and
+// IJSON::RemoveKey erase through one helper.
+TEST(MemberHelpers, HasKeyOrElementAndEraseMember) {
+  struct Case {
+    const char* text;
+    std::string key;
+    bool has;
+  };
+  const Case cases[] = {
+      {R"({"a":1,"":2})", "a", true},
+      {R"({"a":1,"":2})", "", true},
+      {R"({"a":1})", "b", false},
+      {R"(["x",1,null,true])", "x", true},
+      {R"(["x",1,null,true])", "1", true},  // elements read as text
+      {R"(["x",1,null,true])", "null", true},
+      {R"(["x",1,null,true])", "y", false},
+      {R"("a")", "a", false},  // neither object nor array
+      {"1", "1", false},
+  };
+  for (const Case& c : cases) {
+    AutoRefPtr<JSONObj> json = Parse(c.text);
+    EXPECT_EQ(HasKeyOrElement(*json->fRoot, c.key), c.has) << c.text << " " << c.key;
+    const bool isObject = json->fRoot->Type() == JsonValue::Object;
+    EXPECT_EQ(EraseMember(*json->fRoot, c.key), isObject && c.has) << c.text << " " << c.key;
+    if (isObject) {
+      EXPECT_FALSE(HasKeyOrElement(*json->fRoot, c.key)) << c.text << " " << c.key;
+    }
+  }
 }
 
 TEST(CreateUserDefinedType, NeedsNameAndContext) {
