@@ -57,7 +57,7 @@ inline JSONObjRef CopyOf(const JSONObjRef& json) {
 
 // The member `key` of an object or compiled object, without a new
 // reference; null for any other value, no value or a missing member.
-JsonValue* PeekMember(JsonValue* container, const std::string& key);
+JsonValue* PeekMember(const JsonValue* container, const std::string& key);
 
 // A new empty host vector for a result; null only without a context.
 template <class T>

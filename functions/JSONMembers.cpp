@@ -3,12 +3,8 @@
 
 #include "JSONFunctions.h"
 
-JsonValue* JSONFunctions::PeekMember(JsonValue* container, const std::string& key) {
-  if (!container) return nullptr;
-  if (container->Type() == JsonValue::Object)
-    return const_cast<JsonValue*>(static_cast<const JsonObject*>(container)->Peek(key));
-  if (container->Type() == JsonValue::CompiledObject) return container->GetSubNode(key);
-  return nullptr;
+JsonValue* JSONFunctions::PeekMember(const JsonValue* container, const std::string& key) {
+  return container ? MemberOf(*container, key) : nullptr;
 }
 
 using namespace JSONFunctions;

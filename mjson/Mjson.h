@@ -681,6 +681,11 @@ class JsonCompiledObject final : public JsonValue {
 // and for CompiledObject, which has no key table to be made with.
 JsonValue* NewEmptyValue(JsonValue::EJsonValueType type);
 
+// The member `key` of an object, or of a compiled object through its key
+// table, without a new reference; null when there is no such member or
+// `container` is neither.
+JsonValue* MemberOf(const JsonValue& container, const std::string& key);
+
 // Member or element count of a container; 0 for every other value.
 size_t ContainerSize(const JsonValue& value);
 // True for no value at all, null, the empty string and empty containers;
@@ -765,4 +770,3 @@ class BigEndianWriter {
   uint64_t fRetiredTotal;
   bool fOk;
 };
-

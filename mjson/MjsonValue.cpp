@@ -420,6 +420,18 @@ JsonValue* NewEmptyValue(JsonValue::EJsonValueType type) {
   }
 }
 
+JsonValue* MemberOf(const JsonValue& container, const std::string& key) {
+  switch (container.Type()) {
+    case JsonValue::Object:
+      return const_cast<JsonValue*>(static_cast<const JsonObject&>(container).Peek(key));
+    case JsonValue::CompiledObject:
+      return const_cast<JsonCompiledObject&>(static_cast<const JsonCompiledObject&>(container))
+          .GetSubNode(key);
+    default:
+      return nullptr;
+  }
+}
+
 size_t ContainerSize(const JsonValue& value) {
   switch (value.Type()) {
     case JsonValue::Array:

@@ -15,6 +15,17 @@ inline bool IsType(const ValuePtr& value, JsonValue::EJsonValueType type) {
   return value && value->Type() == type;
 }
 
+// Whether `value` is an object or a compiled object.
+inline bool IsObjectLike(const ValuePtr& value) {
+  return IsType(value, JsonValue::Object) || IsType(value, JsonValue::CompiledObject);
+}
+
+// A new reference to the member `key` of an object or compiled object, or
+// empty.
+inline ValuePtr MemberOf(const ValuePtr& container, const std::string& key) {
+  return container ? JsonShare(MemberOf(*container, key)) : ValuePtr();
+}
+
 // `value` as an array, or null when it is none.
 inline JsonArray* AsArray(const ValuePtr& value) {
   return IsType(value, JsonValue::Array) ? static_cast<JsonArray*>(value.get()) : nullptr;

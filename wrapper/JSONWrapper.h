@@ -254,6 +254,11 @@ class JSONData {
   mutable std::shared_mutex fLock;
 };
 
+// A new wrapper over `node` as a slot result (+1 for the caller), or null.
+inline IJSON* NewNodeWrapper(const JsonAutoRefPtr<JsonValue>& node) {
+  return node ? new JSONWrapper(node) : nullptr;
+}
+
 }  // namespace JSON
 
 }  // namespace Zentor
