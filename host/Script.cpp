@@ -2,7 +2,6 @@
 
 #include <charconv>
 #include <cmath>
-#include <iostream>
 #include <limits>
 #include <set>
 #include <stdexcept>
@@ -534,17 +533,10 @@ bool Script::RunLine(const std::string& rawLine, int lineNumber) {
   return true;
 }
 
-void Script::RunStream(std::istream& in, const char* prompt) {
-  std::string line;
+void Script::RunLines(LineReader& reader) {
   int number = 0;
-  for (;;) {
-    if (prompt) {
-      std::cout << prompt << std::flush;
-    }
-    if (!std::getline(in, line)) break;
-    if (!RunLine(line, ++number)) break;
-  }
-  if (prompt) std::cout << '\n';
+  while (const auto line = reader.ReadLine())
+    if (!RunLine(*line, ++number)) break;
 }
 
 std::string Script::KindWord(Zentor::IVariant* value) {

@@ -4,12 +4,12 @@
 // what the host loaded. docs/script-language.md describes it.
 #pragma once
 
-#include <istream>
 #include <map>
 #include <string>
 #include <vector>
 
 #include "Host.h"
+#include "LineReader.h"
 
 namespace zhost {
 
@@ -21,8 +21,8 @@ class Script {
   // Runs one line (statement, command, comment or blank). Returns false
   // when the line asked to quit.
   bool RunLine(const std::string& line, int lineNumber);
-  // Runs every line of `in`; with a prompt, shows it before each line.
-  void RunStream(std::istream& in, const char* prompt);
+  // Runs every line the reader gives, until one asks to quit.
+  void RunLines(LineReader& reader);
 
   // Script errors so far (mistakes in the script itself, not reports of
   // modules).
