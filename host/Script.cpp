@@ -1,6 +1,6 @@
 #include "Script.h"
 
-#include "HostTextJSON.h"
+#include "HostFunctions.h"
 
 namespace zhost {
 namespace {
@@ -98,97 +98,12 @@ void Script::ShowOutcome(const CallOutcome& outcome, const std::string& label) {
               DescribeStatus(outcome.status));
 }
 
-namespace {
-
-Zentor::IUserDefinedType* UserObject(const std::vector<Zentor::AutoRefPtr<Zentor::IVariant>>& args,
-                                     size_t index, const std::string& name) {
-  Zentor::IUserDefinedType* object =
-      index < args.size() ? args[index]->GetUserDefinedPtr() : nullptr;
-  if (!object)
-    throw ScriptError(name + ": argument " + std::to_string(index + 1) +
-                      " must be a user-defined value with object");
-  return object;
-}
-
-double NumberAt(const std::vector<Zentor::AutoRefPtr<Zentor::IVariant>>& args, size_t index,
-                const std::string& name) {
-  if (index >= args.size() || args[index]->GetType() != Zentor::kTypeNumber)
-    throw ScriptError(name + ": argument " + std::to_string(index + 1) + " must be a number");
-  return args[index]->GetNumber();
-}
-
-}  // namespace
-
-// What a host does with user-defined values besides calling functions:
-// copying, ordering, the binary handle, and the native JSON form.
-bool Script::CallBuiltin(const std::string& name, Arguments& args, ScriptValue& out) {
-  if (name.rfind("Host.", 0) != 0 || !fHost.OverloadsOf(name).empty()) return false;
-  Zentor::IContext& context = fHost.Context();
-  auto result = MakeVariant();
-  out.variant = result;
-  // A fresh object of the same type as `object`, from the type's factory.
-  auto freshLike = [&](Zentor::IUserDefinedType* object) {
-    Zentor::AutoRefPtr<Zentor::IVariant> made(fHost.CreateInstance(object->GetType()));
-    if (!made || !made->GetUserDefinedPtr())
-      throw ScriptError(name + ": the host could not create a " + object->GetName());
-    return made;
-  };
-  const std::string text = name.substr(5);
-  if (text == "Clone" && args.size() == 1) {
-    auto clone = UserObject(args, 0, name)->Clone();
-    if (clone) result->SetUserDefined(clone.get());
-  } else if (text == "LessThan" && args.size() == 2) {
-    result->AssignBoolean(UserObject(args, 0, name)->LessThan(UserObject(args, 1, name)));
-  } else if (text == "TypeName" && args.size() == 1) {
-    result->AssignString(UserObject(args, 0, name)->GetName());
-  } else if (text == "TypeId" && args.size() == 1) {
-    result->AssignNumber(UserObject(args, 0, name)->GetType());
-  } else if (text == "BinaryCopy" && (args.size() == 2 || args.size() == 3)) {
-    Zentor::IUserDefinedType* object = UserObject(args, 0, name);
-    const auto format = static_cast<unsigned long long>(NumberAt(args, 1, name));
-    void* handle = nullptr;
-    unsigned long long size = object->ToBinaryData(&handle, format);
-    fOut.Line("host: ToBinaryData(format " + std::to_string(format) + ") gave " +
-              std::to_string(size) + " bytes");
-    if (args.size() == 3) size = static_cast<unsigned long long>(NumberAt(args, 2, name));
-    auto copy = freshLike(object);
-    const bool taken = copy->GetUserDefinedPtr()->FromBinaryData(handle, size, format);
-    fOut.Line(std::string("host: FromBinaryData(") + std::to_string(size) + " bytes) returned " +
-              (taken ? "true" : "false"));
-    out.variant = copy;
-  } else if (text == "Serialize" && args.size() == 1) {
-    auto json = UserObject(args, 0, name)->Serialize(&context);
-    if (!json)
-      fOut.Line("host: Serialize returned null");
-    else
-      result->AssignString(json->ToString());
-  } else if (text == "Deserialize" && args.size() == 2) {
-    // Into a fresh object of the first argument's type, from a text (through
-    // the host's own text-only IJSON) or from another value's native form.
-    Zentor::IUserDefinedType* target = UserObject(args, 0, name);
-    Zentor::AutoRefPtr<Zentor::IJSON> json;
-    if (args[1]->GetType() == Zentor::kTypeString) {
-      json.reset(new HostTextJSON(args[1]->GetStdString()));
-    } else {
-      json = UserObject(args, 1, name)->Serialize(&context);
-      if (!json) throw ScriptError(name + ": the source value has no native JSON form");
-    }
-    auto copy = freshLike(target);
-    const bool ok = copy->GetUserDefinedPtr()->Deserialize(json.get(), &context);
-    fOut.Line(std::string("host: Deserialize returned ") + (ok ? "true" : "false"));
-    out.variant = copy;
-  } else {
-    throw ScriptError(
-        "unknown host function " + Signature(name, std::vector<std::string>(args.size(), "?")) +
-        " (Host.Clone/1, Host.LessThan/2, Host.TypeName/1, Host.TypeId/1, Host.BinaryCopy/2-3, "
-        "Host.Serialize/1, Host.Deserialize/2)");
-  }
-  return true;
-}
-
 ScriptValue Script::CallByName(const std::string& name, Arguments& args) {
   ScriptValue value;
-  if (CallBuiltin(name, args, value)) return value;
+  if (auto result = CallHostFunction(fHost, name, args)) {
+    value.variant = std::move(*result);
+    return value;
+  }
   std::vector<std::string> words;
   for (const auto& arg : args) words.push_back(KindWord(arg.get()));
   const auto overload = fHost.FindOverload(name, nullptr, words);

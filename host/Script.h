@@ -2,7 +2,8 @@
 // calls of declared functions by script name (overload chosen by the
 // argument kinds), raw calls of entry points, and ':' commands that show
 // what the host loaded. docs/script-language.md describes the language;
-// ScriptLexer and ScriptParser read it.
+// ScriptLexer and ScriptParser read it, HostFunctions holds the host's
+// own functions.
 #pragma once
 
 #include <string>
@@ -39,8 +40,6 @@ class Script : private ScriptCalls {
   void ShowOutcome(const CallOutcome& outcome, const std::string& label);
   // The parameter word a value matches in a declaration.
   std::string KindWord(Zentor::IVariant* value);
-  // The host's own functions ("Host.Clone" ...): false when `name` is none.
-  bool CallBuiltin(const std::string& name, Arguments& args, ScriptValue& out);
   ScriptValue CallByName(const std::string& name, Arguments& args) override;
   ScriptValue CallRaw(const RawCall& call) override;
 
