@@ -1,5 +1,6 @@
 #include "Script.h"
 
+#include "HostCommands.h"
 #include "HostFunctions.h"
 
 namespace zhost {
@@ -53,7 +54,7 @@ bool Script::RunLine(const std::string& rawLine, int lineNumber) {
     // word ends the script.
     const std::string command = line.substr(first + 1);
     if (command == "quit" || command == "q") return false;
-    RunCommand(command);
+    RunHostCommand(fHost, *this, command);
   } catch (const ScriptError& error) {
     ++fErrors;
     fOut.Line("! script error at line " + std::to_string(lineNumber) + ": " + error.what());
@@ -201,178 +202,6 @@ std::string Script::Format(Zentor::IVariant* value) {
   if (outcome.threw || outcome.status != 0 || text->GetType() != Zentor::kTypeString)
     return name + " <ToString failed>";
   return name + " " + Printable(text->GetStdString());
-}
-
-void Script::RunCommand(const std::string& text) {
-  TokenCursor parser(Lex(text));
-  const Token command = parser.Expect(Tok::Ident, "a command name");
-  const std::string& name = command.text;
-  // The optional module argument of the module commands.
-  auto modulesFor = [&]() {
-    std::vector<const LoadedModule*> modules;
-    if (parser.AtEnd()) return fHost.Modules();
-    const Token which = parser.Next();
-    parser.ExpectEnd();
-    const LoadedModule* module = fHost.FindModule(which.text);
-    if (!module) throw ScriptError("no loaded module " + which.text);
-    modules.push_back(module);
-    return modules;
-  };
-
-  if (name == "help") {
-    parser.ExpectEnd();
-    for (const char* help :
-         {":modules                      loaded modules",
-          ":metadata [MODULE]            metadata exports",
-          ":definition [MODULE]          the definition text (asked anew) and its length",
-          ":declarations [MODULE]        declarations as the host read them",
-          ":missing                      declarations whose symbol is not exported",
-          ":types                        registered user-defined types",
-          ":functions [NAME]             overloads by script name",
-          ":load PATH                    load a module", ":vars                         variables",
-          ":lookup NAME WORD...          GetFunction as a module calls it",
-          ":raise SEVERITY SOURCE CODE MESSAGE   report an error on the context",
-          ":error                        the context's error state",
-          ":clearerror                   clear it",
-          ":interrupt on|off             the context's interrupted flag",
-          ":newinstance                  change the host instance id",
-          ":quit                         stop"})
-      fOut.Line(help);
-  } else if (name == "modules") {
-    parser.ExpectEnd();
-    for (const LoadedModule* module : fHost.Modules())
-      fOut.Line("module " + module->name + " version " + Quote(module->metadata[0].value) +
-                " file " + module->path.substr(module->path.find_last_of('/') + 1));
-  } else if (name == "metadata") {
-    for (const LoadedModule* module : modulesFor()) {
-      fOut.Line("metadata of " + module->name + ":");
-      for (const MetadataEntry& entry : module->metadata)
-        fOut.Line("  " + entry.name + ": " +
-                  (!entry.present ? std::string("not exported")
-                   : entry.isNull ? std::string("null")
-                                  : Quote(entry.value)));
-    }
-  } else if (name == "definition") {
-    for (const LoadedModule* module : modulesFor()) {
-      const char* again = nullptr;
-      std::string exception;
-      if (!Guarded([&] { again = module->definitionGetter(&fHost); }, exception)) {
-        fOut.Line("! exception from GetModuleDefinition: " + exception);
-        continue;
-      }
-      const std::string definition = again ? again : "";
-      fOut.Line("definition of " + module->name + ": " + std::to_string(definition.size()) +
-                " characters");
-      fOut.Line(Quote(definition));
-      if (definition != module->definition)
-        fOut.Line("! the definition differs from the one read at load time");
-    }
-  } else if (name == "declarations") {
-    for (const LoadedModule* module : modulesFor()) {
-      fOut.Line("declarations of " + module->name + ": " +
-                std::to_string(module->parsed.types.size()) + " types, " +
-                std::to_string(module->parsed.functions.size()) + " functions");
-      for (const auto& type : module->parsed.types) fOut.Line("  " + type.text);
-      for (const auto& function : module->parsed.functions) fOut.Line("  " + function.text);
-    }
-  } else if (name == "missing") {
-    parser.ExpectEnd();
-    const auto missing = fHost.Missing();
-    if (missing.empty()) fOut.Line("missing: none");
-    for (const MissingSymbol& entry : missing)
-      fOut.Line("missing: " + entry.symbol + " in " + entry.module->name + ": " +
-                entry.declaration);
-  } else if (name == "types") {
-    parser.ExpectEnd();
-    for (const RegisteredType& type : fHost.Types())
-      fOut.Line("type " + std::to_string(type.id) + " " + type.name + ": module " +
-                type.module->name + ", factory " + type.factorySymbol +
-                (type.factory ? "" : " (missing)") + ", flags " + type.flags);
-  } else if (name == "functions") {
-    std::vector<std::string> names;
-    if (parser.AtEnd()) {
-      names = fHost.FunctionNames();
-    } else {
-      names.push_back(parser.Expect(Tok::Ident, "a function name").text);
-      parser.ExpectEnd();
-    }
-    for (const std::string& function : names) {
-      const auto overloads = fHost.OverloadsOf(function);
-      if (overloads.empty()) throw ScriptError("unknown function " + function);
-      for (const auto& overload : overloads)
-        fOut.Line(Signature(function, overload->params) + " -> " + overload->result + " : " +
-                  overload->symbol + (overload->entry ? "" : " (missing)") + " [" +
-                  overload->module->name + "]");
-    }
-  } else if (name == "load") {
-    const Token path = parser.Next();
-    if (path.kind != Tok::String && path.kind != Tok::Ident)
-      throw ScriptError("expected a module path");
-    parser.ExpectEnd();
-    std::string error;
-    if (!fHost.Load(path.text, error)) throw ScriptError("cannot load " + path.text + ": " + error);
-    const LoadedModule* module = fHost.Modules().back();
-    fOut.Line("loaded " + module->name + ": " + std::to_string(module->parsed.types.size()) +
-              " types, " + std::to_string(module->parsed.functions.size()) + " functions");
-  } else if (name == "vars") {
-    parser.ExpectEnd();
-    for (const auto& [variable, value] : fVariables)
-      fOut.Line(variable + " = " + Format(value.get()));
-  } else if (name == "lookup") {
-    const std::string function = parser.Expect(Tok::Ident, "a function name").text;
-    std::vector<std::string> words;
-    while (!parser.AtEnd()) {
-      const Token word = parser.Next();
-      if (word.kind != Tok::Ident && word.kind != Tok::String)
-        throw ScriptError("type words are names or strings");
-      words.push_back(word.text);
-    }
-    std::vector<const char*> pointers;
-    for (const auto& word : words) pointers.push_back(word.c_str());
-    Zentor::AutoRefPtr<Zentor::IModuleInfo> info;
-    Zentor::IContext& context = fHost.Context();
-    const Zentor::ZentorFunction entry = context.GetFunction(
-        function.c_str(), static_cast<unsigned int>(pointers.size()), pointers.data(), &info, 1);
-    if (!entry) {
-      fOut.Line("lookup: not found");
-    } else {
-      std::string symbol = "?";
-      for (const auto& overload : fHost.OverloadsOf(function))
-        if (overload->entry == entry) symbol = overload->symbol;
-      fOut.Line("lookup: found " + symbol + " in module " + (info ? info->GetName() : "?"));
-    }
-  } else if (name == "raise") {
-    const Token severity = parser.Expect(Tok::Number, "a severity");
-    const Token source = parser.Expect(Tok::String, "a source string");
-    const Token code = parser.Expect(Tok::String, "a code string");
-    const Token message = parser.Expect(Tok::String, "a message string");
-    parser.ExpectEnd();
-    fHost.Context().TriggerErrorHandler(
-        static_cast<Zentor::ErrorSeverity>(static_cast<int>(severity.number)), source.text,
-        code.text, message.text);
-  } else if (name == "error") {
-    parser.ExpectEnd();
-    const auto state = fHost.Context().GetErrorState();
-    if (!state.hasError)
-      fOut.Line("error state: none");
-    else
-      fOut.Line("error state: severity " + std::to_string(state.severity) + ", source " +
-                Quote(state.source) + ", code " + Quote(state.code) + ", message " +
-                Quote(state.message));
-  } else if (name == "clearerror") {
-    parser.ExpectEnd();
-    fHost.Context().ClearError();
-  } else if (name == "interrupt") {
-    const Token on = parser.Expect(Tok::Ident, "on or off");
-    parser.ExpectEnd();
-    if (on.text != "on" && on.text != "off") throw ScriptError("expected on or off");
-    fHost.Context().SetInterrupted(on.text == "on");
-  } else if (name == "newinstance") {
-    parser.ExpectEnd();
-    fOut.Line("instance id " + std::to_string(fHost.Context().NewInstance()));
-  } else {
-    throw ScriptError("unknown command :" + name + " (try :help)");
-  }
 }
 
 }  // namespace zhost

@@ -2,8 +2,8 @@
 // calls of declared functions by script name (overload chosen by the
 // argument kinds), raw calls of entry points, and ':' commands that show
 // what the host loaded. docs/script-language.md describes the language;
-// ScriptLexer and ScriptParser read it, HostFunctions holds the host's
-// own functions.
+// ScriptLexer and ScriptParser read it, HostCommands and HostFunctions
+// hold the host's commands and functions.
 #pragma once
 
 #include <string>
@@ -35,7 +35,6 @@ class Script : private ScriptCalls {
 
  private:
   void RunStatement(const std::string& line);
-  void RunCommand(const std::string& text);
   // Reports what went wrong in a call of a module, labelled with the call.
   void ShowOutcome(const CallOutcome& outcome, const std::string& label);
   // The parameter word a value matches in a declaration.
