@@ -64,7 +64,28 @@ std::string ModuleName(const std::string& path) {
   return name;
 }
 
+struct BuiltIn {
+  const char* word;
+  unsigned int kind;
+};
+constexpr BuiltIn kBuiltIns[] = {{"BOOLEAN", Zentor::kTypeBoolean},
+                                 {"NUMBER", Zentor::kTypeNumber},
+                                 {"STRING", Zentor::kTypeString},
+                                 {"DATAREF", Zentor::kTypeData}};
+
 }  // namespace
+
+unsigned int BuiltInKind(const std::string& word) {
+  for (const BuiltIn& builtIn : kBuiltIns)
+    if (word == builtIn.word) return builtIn.kind;
+  return Zentor::kTypeInvalid;
+}
+
+const char* BuiltInWord(unsigned int kind) {
+  for (const BuiltIn& builtIn : kBuiltIns)
+    if (kind == builtIn.kind) return builtIn.word;
+  return nullptr;
+}
 
 void HostLogger::Interface_Log(int severity, const char* source, const char* message) {
   fOut.Line("! log: module " + fModule + ", severity " + std::to_string(severity) + " (" +
@@ -239,8 +260,7 @@ bool Host::Load(const std::string& location, std::string& error) {
   for (const TypeDeclaration& type : module->parsed.types) {
     const bool taken = std::any_of(fTypes.begin(), fTypes.end(),
                                    [&](const RegisteredType& t) { return t.name == type.name; });
-    if (taken || type.name == "BOOLEAN" || type.name == "NUMBER" || type.name == "STRING" ||
-        type.name == "DATAREF") {
+    if (taken || BuiltInKind(type.name) != Zentor::kTypeInvalid) {
       fOut.Line("! load: " + module->name + ": type " + type.name +
                 " is already registered; declaration ignored");
       continue;
@@ -291,17 +311,15 @@ std::vector<const LoadedModule*> Host::Modules() const {
 const LoadedModule* Host::FindModule(const std::string& name) const {
   std::lock_guard<std::mutex> lock(fMutex);
   for (const auto& module : fModules) {
-    const std::string file = module->path.substr(module->path.find_last_of('/') + 1);
-    if (module->name == name || file == name || module->path == name) return module.get();
+    if (module->name == name || module->FileName() == name || module->path == name)
+      return module.get();
   }
   return nullptr;
 }
 
 unsigned int Host::FindType(const std::string& name) const {
-  if (name == "BOOLEAN") return Zentor::kTypeBoolean;
-  if (name == "NUMBER") return Zentor::kTypeNumber;
-  if (name == "STRING") return Zentor::kTypeString;
-  if (name == "DATAREF") return Zentor::kTypeData;
+  if (const unsigned int builtIn = BuiltInKind(name); builtIn != Zentor::kTypeInvalid)
+    return builtIn;
   std::lock_guard<std::mutex> lock(fMutex);
   for (const RegisteredType& type : fTypes)
     if (type.name == name) return type.id;

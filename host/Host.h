@@ -56,9 +56,17 @@ class HostModuleInfo final : public Zentor::InterfaceImpl<Zentor::IModuleInfo> {
   std::string fPath;
 };
 
+// The type words of the built-in kinds, as declarations and scripts spell
+// them: "BOOLEAN", "NUMBER", "STRING", "DATAREF". BuiltInKind gives
+// kTypeInvalid for any other word, BuiltInWord null for any other kind.
+unsigned int BuiltInKind(const std::string& word);
+const char* BuiltInWord(unsigned int kind);
+
 struct LoadedModule {
   std::string name;  // file name without "lib" and ".so"
   std::string path;
+  // The library's file name, without its directory.
+  std::string FileName() const { return path.substr(path.find_last_of('/') + 1); }
   void* handle = nullptr;
   std::vector<MetadataEntry> metadata;
   Zentor::ZentorDefinitionGetter definitionGetter = nullptr;

@@ -1,19 +1,20 @@
-// The script language of the reference host: one statement per line,
-// variables, calls of declared functions by script name (overload chosen by
-// the argument kinds), raw calls of entry points, and commands that show
-// what the host loaded. docs/script-language.md describes it.
+// The runner of the script language: one statement per line, variables,
+// calls of declared functions by script name (overload chosen by the
+// argument kinds), raw calls of entry points, and ':' commands that show
+// what the host loaded. docs/script-language.md describes the language;
+// ScriptLexer and ScriptParser read it, HostCommands and HostFunctions
+// hold the host's commands and functions.
 #pragma once
 
-#include <istream>
-#include <map>
 #include <string>
-#include <vector>
 
 #include "Host.h"
+#include "LineReader.h"
+#include "ScriptParser.h"
 
 namespace zhost {
 
-class Script {
+class Script : private ScriptCalls {
  public:
   Script(Host& host, bool echo);
   ~Script();
@@ -21,8 +22,8 @@ class Script {
   // Runs one line (statement, command, comment or blank). Returns false
   // when the line asked to quit.
   bool RunLine(const std::string& line, int lineNumber);
-  // Runs every line of `in`; with a prompt, shows it before each line.
-  void RunStream(std::istream& in, const char* prompt);
+  // Runs every line the reader gives, until one asks to quit.
+  void RunLines(LineReader& reader);
 
   // Script errors so far (mistakes in the script itself, not reports of
   // modules).
@@ -30,27 +31,22 @@ class Script {
 
   // The canonical text of a value, as a statement prints it.
   std::string Format(Zentor::IVariant* value);
+  const Variables& Vars() const { return fVariables; }
 
  private:
-  struct Value;
-  class Parser;
-
-  void RunCommand(const std::string& text);
+  void RunStatement(const std::string& line);
+  // Reports what went wrong in a call of a module, labelled with the call.
   void ShowOutcome(const CallOutcome& outcome, const std::string& label);
+  // The parameter word a value matches in a declaration.
   std::string KindWord(Zentor::IVariant* value);
-  // The host's own functions ("Host.Clone" ...): false when `name` is none.
-  bool CallBuiltin(const std::string& name, std::vector<Zentor::AutoRefPtr<Zentor::IVariant>>& args,
-                   Value& out);
-  Value CallByName(const std::string& name,
-                   std::vector<Zentor::AutoRefPtr<Zentor::IVariant>>& args);
-  Value CallRaw(const std::string& symbol, std::vector<Zentor::AutoRefPtr<Zentor::IVariant>>& args,
-                bool noResult, Zentor::IVariant* preset);
+  ScriptValue CallByName(const std::string& name, Arguments& args) override;
+  ScriptValue CallRaw(const RawCall& call) override;
 
   Host& fHost;
   Output& fOut;
   bool fEcho;
   int fErrors = 0;
-  std::map<std::string, Zentor::AutoRefPtr<Zentor::IVariant>> fVariables;
+  Variables fVariables;
 };
 
 }  // namespace zhost

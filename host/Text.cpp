@@ -1,7 +1,5 @@
 #include "Text.h"
 
-#include "ZentorStatus.h"
-
 #include <cxxabi.h>
 
 #include <charconv>
@@ -10,15 +8,27 @@
 #include <cstdlib>
 #include <memory>
 
+#include "ZentorStatus.h"
+
 namespace zhost {
 namespace {
 
-const char kHexDigits[] = "0123456789abcdef";
-
-void AppendHexByte(std::string& out, unsigned char byte) {
-  out += "\\x";
+void AppendHexPair(std::string& out, unsigned char byte) {
+  static const char kHexDigits[] = "0123456789abcdef";
   out += kHexDigits[byte >> 4];
   out += kHexDigits[byte & 15];
+}
+
+// A byte outside printable ASCII as \xNN, any other as it is: the one rule
+// by which every text the host shows stays ASCII.
+void AppendPrintable(std::string& out, char c) {
+  const auto byte = static_cast<unsigned char>(c);
+  if (byte >= 0x20 && byte < 0x7f) {
+    out += c;
+    return;
+  }
+  out += "\\x";
+  AppendHexPair(out, byte);
 }
 
 }  // namespace
@@ -26,7 +36,6 @@ void AppendHexByte(std::string& out, unsigned char byte) {
 std::string Quote(const std::string& bytes) {
   std::string out = "\"";
   for (const char c : bytes) {
-    const auto byte = static_cast<unsigned char>(c);
     switch (c) {
       case '"':
         out += "\\\"";
@@ -47,10 +56,7 @@ std::string Quote(const std::string& bytes) {
         out += "\\0";
         break;
       default:
-        if (byte < 0x20 || byte >= 0x7f)
-          AppendHexByte(out, byte);
-        else
-          out += c;
+        AppendPrintable(out, c);
     }
   }
   return out + "\"";
@@ -58,13 +64,7 @@ std::string Quote(const std::string& bytes) {
 
 std::string Printable(const std::string& bytes) {
   std::string out;
-  for (const char c : bytes) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (byte < 0x20 || byte >= 0x7f)
-      AppendHexByte(out, byte);
-    else
-      out += c;
-  }
+  for (const char c : bytes) AppendPrintable(out, c);
   return out;
 }
 
@@ -78,11 +78,7 @@ std::string FormatNumber(double value) {
 
 std::string Hex(const std::string& bytes) {
   std::string out;
-  for (const char c : bytes) {
-    const auto byte = static_cast<unsigned char>(c);
-    out += kHexDigits[byte >> 4];
-    out += kHexDigits[byte & 15];
-  }
+  for (const char c : bytes) AppendHexPair(out, static_cast<unsigned char>(c));
   return out;
 }
 

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "Host.h"
+#include "LineReader.h"
 #include "Script.h"
 
 namespace {
@@ -80,10 +81,15 @@ int main(int argc, char** argv) {
         std::cerr << "zentor: cannot read " << scriptPath << "\n";
         return 2;
       }
-      script.RunStream(file, nullptr);
+      zhost::StreamLineReader reader(file);
+      script.RunLines(reader);
+    } else if (interactive) {
+      out.Line("zentor reference host; :help lists the commands, :quit ends");
+      zhost::TerminalLineReader reader(std::cin, std::cout, "zentor> ");
+      script.RunLines(reader);
     } else {
-      if (interactive) out.Line("zentor reference host; :help lists the commands, :quit ends");
-      script.RunStream(std::cin, interactive ? "zentor> " : nullptr);
+      zhost::StreamLineReader reader(std::cin);
+      script.RunLines(reader);
     }
     errors = script.Errors();
   }

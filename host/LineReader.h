@@ -1,0 +1,46 @@
+// Where the runner's lines come from. A terminal session reads through its
+// own reader so that what typing at a terminal needs can grow there
+// without touching the runner.
+#pragma once
+
+#include <istream>
+#include <optional>
+#include <ostream>
+#include <string>
+
+namespace zhost {
+
+class LineReader {
+ public:
+  virtual ~LineReader() = default;
+  // The next line, without its line end; nothing once input has ended.
+  virtual std::optional<std::string> ReadLine() = 0;
+};
+
+// The lines of a script file or of piped input, as they are.
+class StreamLineReader final : public LineReader {
+ public:
+  explicit StreamLineReader(std::istream& in) : fIn(in) {}
+  std::optional<std::string> ReadLine() override;
+
+ private:
+  std::istream& fIn;
+};
+
+// Lines typed at a terminal: shows `prompt` before each one, and leaves
+// the terminal on a fresh line when the session ends, whether input ran
+// out or the script quit.
+class TerminalLineReader final : public LineReader {
+ public:
+  TerminalLineReader(std::istream& in, std::ostream& out, std::string prompt)
+      : fIn(in), fOut(out), fPrompt(std::move(prompt)) {}
+  ~TerminalLineReader() override;
+  std::optional<std::string> ReadLine() override;
+
+ private:
+  std::istream& fIn;
+  std::ostream& fOut;
+  std::string fPrompt;
+};
+
+}  // namespace zhost

@@ -1,0 +1,205 @@
+#include "ScriptParser.h"
+
+#include <limits>
+#include <set>
+
+namespace zhost {
+namespace {
+
+const std::set<std::string> kKeywords = {
+    "true",  "false", "nan", "inf", "nothing", "data",  "streamdata", "strings", "numbers",
+    "bools", "empty", "new", "raw", "let",     "print", "noresult",   "preset"};
+
+struct VectorLiteral {
+  const char* word;
+  unsigned int elementKind;
+};
+constexpr VectorLiteral kVectorLiterals[] = {{"strings", Zentor::kTypeString},
+                                             {"numbers", Zentor::kTypeNumber},
+                                             {"bools", Zentor::kTypeBoolean}};
+
+ScriptValue Plain(Zentor::AutoRefPtr<Zentor::IVariant> variant) {
+  ScriptValue value;
+  value.variant = std::move(variant);
+  return value;
+}
+
+// Recursive descent over one line's tokens.
+class Parser {
+ public:
+  Parser(const std::string& line, Host& host, ScriptCalls& calls, const Variables& variables)
+      : fTokens(Lex(line)), fHost(host), fCalls(calls), fVariables(variables) {}
+
+  Statement Line() {
+    Statement statement;
+    if (fTokens.PeekWord("let")) {
+      fTokens.Next();
+      const Token name = fTokens.Expect(Tok::Ident, "a variable name");
+      if (kKeywords.count(name.text) || name.text.find('.') != std::string::npos)
+        throw ScriptError("\"" + name.text + "\" cannot name a variable");
+      fTokens.Expect(Tok::Equals, "'='");
+      statement.let = name.text;
+    } else if (fTokens.PeekWord("print")) {
+      fTokens.Next();
+    }
+    statement.value = Expression();
+    fTokens.ExpectEnd();
+    return statement;
+  }
+
+ private:
+  ScriptValue Expression() {
+    const Token token = fTokens.Next();
+    switch (token.kind) {
+      case Tok::String:
+        return Plain(MakeString(token.text));
+      case Tok::Number:
+        return Plain(MakeNumber(token.number));
+      case Tok::Data:
+      case Tok::StreamData: {
+        auto variant = MakeVariant();
+        Zentor::AutoRefPtr<HostData> data(new HostData(token.text, token.kind == Tok::Data));
+        variant->AssignData(data.get());
+        return Plain(variant);
+      }
+      case Tok::Ident:
+        return Word(token.text);
+      default:
+        throw Unexpected("a value", token);
+    }
+  }
+
+  Arguments ArgumentList() {
+    Arguments args;
+    fTokens.Expect(Tok::LParen, "'('");
+    if (fTokens.Accept(Tok::RParen)) return args;
+    do {
+      args.push_back(Expression().variant);
+    } while (fTokens.Accept(Tok::Comma));
+    fTokens.Expect(Tok::RParen, "')' or ','");
+    return args;
+  }
+
+  // A value that starts with a name: a keyword literal, a call or a
+  // variable.
+  ScriptValue Word(const std::string& word) {
+    if (word == "true" || word == "false") return Plain(MakeBoolean(word == "true"));
+    if (word == "nan") return Plain(MakeNumber(std::numeric_limits<double>::quiet_NaN()));
+    if (word == "inf") return Plain(MakeNumber(std::numeric_limits<double>::infinity()));
+    if (word == "nothing") return Plain(MakeVariant());
+    if (word == "data") return NullData();
+    if (const unsigned int kind = VectorKind(word); kind != Zentor::kTypeInvalid)
+      return Vector(word, kind);
+    if (word == "empty") return Empty();
+    if (word == "new") return New();
+    if (word == "raw") return Raw();
+    if (fTokens.Peek().kind == Tok::LParen) {
+      auto args = ArgumentList();
+      return fCalls.CallByName(word, args);
+    }
+    if (kKeywords.count(word)) throw ScriptError("unexpected keyword " + word);
+    const auto found = fVariables.find(word);
+    if (found == fVariables.end()) throw ScriptError("unknown variable " + word);
+    return Plain(found->second);
+  }
+
+  // `data null`: a data variant without data object. (`data"HEX"` is a
+  // token of its own.)
+  ScriptValue NullData() {
+    if (!fTokens.PeekWord("null")) throw ScriptError("expected data\"HEX\" or data null");
+    fTokens.Next();
+    auto variant = MakeVariant();
+    variant->SetNullData();
+    return Plain(variant);
+  }
+
+  ScriptValue Vector(const std::string& word, unsigned int kind) {
+    Zentor::AutoRefPtr<Zentor::IVectorGeneric> vector(NewVector(kind));
+    fTokens.Expect(Tok::LBracket, "'['");
+    if (!fTokens.Accept(Tok::RBracket)) {
+      do {
+        const size_t column = fTokens.Peek().column;
+        const ScriptValue element = Expression();
+        if (!vector->Add(element.variant.get()))
+          throw ScriptError("element at column " + std::to_string(column) + " of " + word +
+                            "[...] is not a " + BuiltInWord(kind));
+      } while (fTokens.Accept(Tok::Comma));
+      fTokens.Expect(Tok::RBracket, "']' or ','");
+    }
+    auto variant = MakeVariant();
+    variant->AssignVector(vector.get());
+    return Plain(variant);
+  }
+
+  struct NamedType {
+    std::string name;
+    unsigned int id;
+  };
+
+  // The type named next; a name no type has is a mistake.
+  NamedType TypeName() {
+    NamedType type;
+    type.name = fTokens.Expect(Tok::Ident, "a type name").text;
+    type.id = fHost.FindType(type.name);
+    if (type.id == Zentor::kTypeInvalid) throw ScriptError("unknown type " + type.name);
+    return type;
+  }
+
+  // `empty TYPE`: a user-defined value without object.
+  ScriptValue Empty() {
+    const NamedType type = TypeName();
+    if (type.id < Zentor::kTypeFirstUserDefined)
+      throw ScriptError("empty needs a user-defined type, not " + type.name);
+    auto variant = MakeVariant();
+    variant->SetEmptyUserDefined(type.id);
+    return Plain(variant);
+  }
+
+  // `new TYPE`: what the host's CreateInstance makes of the type.
+  ScriptValue New() {
+    const NamedType type = TypeName();
+    Zentor::AutoRefPtr<Zentor::IVariant> made(fHost.CreateInstance(type.id));
+    if (!made) throw ScriptError("the host could not create a " + type.name);
+    return Plain(made);
+  }
+
+  ScriptValue Raw() {
+    RawCall call;
+    call.symbol = fTokens.Expect(Tok::Ident, "an exported symbol").text;
+    call.args = ArgumentList();
+    if (fTokens.PeekWord("noresult")) {
+      fTokens.Next();
+      call.noResult = true;
+    } else if (fTokens.PeekWord("preset")) {
+      fTokens.Next();
+      call.preset = Expression().variant;
+    }
+    return fCalls.CallRaw(call);
+  }
+
+  TokenCursor fTokens;
+  Host& fHost;
+  ScriptCalls& fCalls;
+  const Variables& fVariables;
+};
+
+}  // namespace
+
+Statement EvaluateStatement(const std::string& line, Host& host, ScriptCalls& calls,
+                            const Variables& variables) {
+  return Parser(line, host, calls, variables).Line();
+}
+
+unsigned int VectorKind(const std::string& word) {
+  for (const VectorLiteral& literal : kVectorLiterals)
+    if (word == literal.word) return literal.elementKind;
+  return Zentor::kTypeInvalid;
+}
+
+const char* VectorWord(unsigned int elementKind) {
+  for (const VectorLiteral& literal : kVectorLiterals)
+    if (elementKind == literal.elementKind) return literal.word;
+  return nullptr;
+}
+
+}  // namespace zhost

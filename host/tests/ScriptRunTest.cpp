@@ -1,0 +1,86 @@
+// Unit tests of how the runner takes its lines: where a run stops, what a
+// terminal session shows around the lines, and the :help listing, which no
+// golden script prints.
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+#include "Host.h"
+#include "LineReader.h"
+#include "Script.h"
+
+namespace zhost {
+namespace {
+
+class RunFixture : public ::testing::Test {
+ protected:
+  std::ostringstream text;
+  Output out{text};
+  Host host{out};
+  Script script{host, false};
+};
+
+TEST_F(RunFixture, OnlyTheBareQuitWordStopsTheRun) {
+  struct Case {
+    const char* line;
+    bool goesOn;
+    const char* printed;  // when it goes on: part of the error
+  } cases[] = {
+      {":quit", false, nullptr},           {":q", false, nullptr},
+      {"  :quit  \r", false, nullptr},     {":quit # now", true, "unknown command :quit"},
+      {": q", true, "unknown command :q"}, {":quitting", true, "unknown command :quitting"},
+  };
+  for (const Case& c : cases) {
+    text.str("");
+    EXPECT_EQ(script.RunLine(c.line, 1), c.goesOn) << c.line;
+    if (c.goesOn)
+      EXPECT_NE(text.str().find(c.printed), std::string::npos) << c.line << " -> " << text.str();
+    else
+      EXPECT_EQ(text.str(), "") << c.line;
+  }
+}
+
+TEST_F(RunFixture, RunLinesStopsAtQuitAndCountsLines) {
+  std::istringstream in("print 1\n\nnope\n:q\nprint 2\n");
+  StreamLineReader reader(in);
+  script.RunLines(reader);
+  EXPECT_EQ(text.str(), "1\n! script error at line 3: unknown variable nope\n");
+  EXPECT_EQ(script.Errors(), 1);
+}
+
+TEST(LineReader, TerminalPromptsForEachLineAndEndsOnAFreshLine) {
+  std::istringstream in("a\r\n\nb");
+  std::ostringstream shown;
+  std::vector<std::string> lines;
+  {
+    TerminalLineReader reader(in, shown, "zentor> ");
+    while (const auto line = reader.ReadLine()) lines.push_back(*line);
+    EXPECT_EQ(shown.str(), "zentor> zentor> zentor> zentor> ");
+  }
+  EXPECT_EQ(lines, (std::vector<std::string>{"a\r", "", "b"}));
+  EXPECT_EQ(shown.str(), "zentor> zentor> zentor> zentor> \n");
+}
+
+TEST_F(RunFixture, HelpListsEveryCommandInOneColumn) {
+  script.RunLine(":help", 1);
+  EXPECT_EQ(text.str(),
+            ":modules                      loaded modules\n"
+            ":metadata [MODULE]            metadata exports\n"
+            ":definition [MODULE]          the definition text (asked anew) and its length\n"
+            ":declarations [MODULE]        declarations as the host read them\n"
+            ":missing                      declarations whose symbol is not exported\n"
+            ":types                        registered user-defined types\n"
+            ":functions [NAME]             overloads by script name\n"
+            ":load PATH                    load a module\n"
+            ":vars                         variables\n"
+            ":lookup NAME WORD...          GetFunction as a module calls it\n"
+            ":raise SEVERITY SOURCE CODE MESSAGE   report an error on the context\n"
+            ":error                        the context's error state\n"
+            ":clearerror                   clear it\n"
+            ":interrupt on|off             the context's interrupted flag\n"
+            ":newinstance                  change the host instance id\n"
+            ":quit                         stop\n");
+}
+
+}  // namespace
+}  // namespace zhost
