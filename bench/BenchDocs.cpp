@@ -41,12 +41,40 @@ void AppendFormat(std::string& out, const char* format, auto... args) {
 // of two to four bytes, and escapes, so that both the fast path and the
 // slow path of every string reader are exercised.
 const char* const kWords[] = {
-    "the",       "quick",          "brown",        "fox",      "jumps",   "over",
-    "lazy",      "dog",            "lorem",        "ipsum",    "dolor",   "sit",
-    "amet",      "consectetur",    "adipiscing",   "elit",     "café",    "naïve",
-    "Zürich",    "déjà-vu",        "日本語",       "данные",   "Ελλάδα",  "😀",
-    "🚀launch",  "\\\"quoted\\\"", "back\\\\slash", "line\\nbreak", "tab\\there",
-    "\\u00e9t\\u00e9", "snow\\u2603man", "grin\\ud83d\\ude00", "a/b",   "x=1&y=2",
+    "the",
+    "quick",
+    "brown",
+    "fox",
+    "jumps",
+    "over",
+    "lazy",
+    "dog",
+    "lorem",
+    "ipsum",
+    "dolor",
+    "sit",
+    "amet",
+    "consectetur",
+    "adipiscing",
+    "elit",
+    "café",
+    "naïve",
+    "Zürich",
+    "déjà-vu",
+    "日本語",
+    "данные",
+    "Ελλάδα",
+    "😀",
+    "🚀launch",
+    "\\\"quoted\\\"",
+    "back\\\\slash",
+    "line\\nbreak",
+    "tab\\there",
+    "\\u00e9t\\u00e9",
+    "snow\\u2603man",
+    "grin\\ud83d\\ude00",
+    "a/b",
+    "x=1&y=2",
 };
 constexpr size_t kWordCount = sizeof kWords / sizeof kWords[0];
 
@@ -131,11 +159,23 @@ std::string WideObjects() {
       out += kWords[rng.Below(16)];  // plain ASCII words: keys stay simple
       out += "\":";
       switch (m % 5) {
-        case 0: AppendFormat(out, "%" PRIu64, rng.Next() % 100000); break;
-        case 1: out += "\"value "; out += kWords[rng.Below(kWordCount)]; out += '"'; break;
-        case 2: out += (rng.Next() & 1) ? "true" : "false"; break;
-        case 3: AppendFormat(out, "%.3f", rng.Unit() * 100.0); break;
-        default: out += "null"; break;
+        case 0:
+          AppendFormat(out, "%" PRIu64, rng.Next() % 100000);
+          break;
+        case 1:
+          out += "\"value ";
+          out += kWords[rng.Below(kWordCount)];
+          out += '"';
+          break;
+        case 2:
+          out += (rng.Next() & 1) ? "true" : "false";
+          break;
+        case 3:
+          AppendFormat(out, "%.3f", rng.Unit() * 100.0);
+          break;
+        default:
+          out += "null";
+          break;
       }
     }
     out += '}';

@@ -7,10 +7,11 @@
 #include <vector>
 
 struct BenchDoc {
-  std::string name;    // file stem or synthetic kind; one segment of every benchmark name
-  std::string source;  // how to build it again in another process: a path or "synthetic:<kind>"
-  std::string text;    // the JSON text
-  std::string msgpack; // the same document as our writer encodes it; every MessagePack reader reads these bytes
+  std::string name;     // file stem or synthetic kind; one segment of every benchmark name
+  std::string source;   // how to build it again in another process: a path or "synthetic:<kind>"
+  std::string text;     // the JSON text
+  std::string msgpack;  // the same document as our writer encodes it; every MessagePack reader
+                        // reads these bytes
 };
 
 // Kinds of synthetic document, in the order they are reported.

@@ -15,7 +15,7 @@
 
 // Operations, in the order they are registered and reported.
 inline const std::vector<std::string>& Operations() {
-  static const std::vector<std::string> ops = {"parse",        "write",        "pretty",
+  static const std::vector<std::string> ops = {"parse",         "write",        "pretty",
                                                "msgpack-write", "msgpack-read", "heap"};
   return ops;
 }

@@ -10,8 +10,12 @@ using Json = nlohmann::ordered_json;
 
 // Parse and MessagePack read report failure by a discarded value rather
 // than by exception, so that a failing document costs no unwinding.
-Json Parse(const std::string& text) { return Json::parse(text, nullptr, false); }
-Json FromMsgPack(const std::string& bytes) { return Json::from_msgpack(bytes, true, false); }
+Json Parse(const std::string& text) {
+  return Json::parse(text, nullptr, false);
+}
+Json FromMsgPack(const std::string& bytes) {
+  return Json::from_msgpack(bytes, true, false);
+}
 
 std::vector<TimedCase> NlohmannCases(const BenchDoc& doc) {
   std::vector<TimedCase> cases;

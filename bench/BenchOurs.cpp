@@ -91,9 +91,8 @@ Library OurLibrary() {
   lib.hold = [](const std::string& text) -> std::shared_ptr<void> {
     JsonAutoRefPtr<JsonValue> value = ParseOurs(text);
     if (!value) return nullptr;
-    return std::shared_ptr<void>(value.release(), [](void* p) {
-      static_cast<JsonValue*>(p)->Release();
-    });
+    return std::shared_ptr<void>(value.release(),
+                                 [](void* p) { static_cast<JsonValue*>(p)->Release(); });
   };
   lib.textRoundTrip = [](const std::string& text) {
     std::string out;

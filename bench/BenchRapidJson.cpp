@@ -10,7 +10,8 @@
 
 namespace {
 
-constexpr unsigned kLikeOurs = rapidjson::kParseValidateEncodingFlag | rapidjson::kParseFullPrecisionFlag;
+constexpr unsigned kLikeOurs =
+    rapidjson::kParseValidateEncodingFlag | rapidjson::kParseFullPrecisionFlag;
 
 template <unsigned kFlags>
 bool Parse(rapidjson::Document& doc, const std::string& text) {

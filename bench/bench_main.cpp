@@ -106,19 +106,24 @@ void RegisterHeap(const BenchDoc& doc, const Library& lib) {
   std::string source = doc.source;
   double inputBytes = static_cast<double>(doc.text.size());
   std::string libName = lib.name;
-  benchmark::RegisterBenchmark(name.c_str(), [=](benchmark::State& state) {
-    double retained = 0, peak = 0;
-    std::string error;
-    bool ok = true;
-    for (auto _ : state) ok = ProbeHeap(libName, source, retained, peak, error);
-    if (!ok) {
-      state.SkipWithError(error.c_str());
-      return;
-    }
-    state.counters["bytes_per_doc"] = retained;
-    state.counters["peak_bytes"] = peak;
-    state.counters["bytes_per_input_byte"] = retained / inputBytes;
-  })->Iterations(1)->Repetitions(1)->Unit(benchmark::kMillisecond);
+  benchmark::RegisterBenchmark(name.c_str(),
+                               [=](benchmark::State& state) {
+                                 double retained = 0, peak = 0;
+                                 std::string error;
+                                 bool ok = true;
+                                 for (auto _ : state)
+                                   ok = ProbeHeap(libName, source, retained, peak, error);
+                                 if (!ok) {
+                                   state.SkipWithError(error.c_str());
+                                   return;
+                                 }
+                                 state.counters["bytes_per_doc"] = retained;
+                                 state.counters["peak_bytes"] = peak;
+                                 state.counters["bytes_per_input_byte"] = retained / inputBytes;
+                               })
+      ->Iterations(1)
+      ->Repetitions(1)
+      ->Unit(benchmark::kMillisecond);
 }
 
 }  // namespace

@@ -85,7 +85,9 @@ void* memalign(size_t alignment, size_t size) noexcept {
   Counted(p);
   return p;
 }
-void* aligned_alloc(size_t alignment, size_t size) noexcept { return memalign(alignment, size); }
+void* aligned_alloc(size_t alignment, size_t size) noexcept {
+  return memalign(alignment, size);
+}
 int posix_memalign(void** out, size_t alignment, size_t size) noexcept {
   if (alignment < sizeof(void*) || (alignment & (alignment - 1)) != 0) return EINVAL;
   void* p = memalign(alignment, size);

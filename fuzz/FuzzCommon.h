@@ -9,12 +9,12 @@
 
 #include "Mjson.h"
 
-#define FUZZ_CHECK(cond)                                                        \
-  do {                                                                          \
-    if (!(cond)) {                                                              \
+#define FUZZ_CHECK(cond)                                                       \
+  do {                                                                         \
+    if (!(cond)) {                                                             \
       fprintf(stderr, "%s:%d: check failed: %s\n", __FILE__, __LINE__, #cond); \
-      abort();                                                                  \
-    }                                                                           \
+      abort();                                                                 \
+    }                                                                          \
   } while (0)
 
 // The low bits of the first input byte choose the parser options.
@@ -58,7 +58,8 @@ bool AnyNode(const JsonValue& root, Pred pred) {
         for (const JsonValue* e : static_cast<const JsonArray*>(v)->Values()) pending.push_back(e);
         break;
       case JsonValue::Object:
-        for (const auto& m : static_cast<const JsonObject*>(v)->Members()) pending.push_back(m.value);
+        for (const auto& m : static_cast<const JsonObject*>(v)->Members())
+          pending.push_back(m.value);
         break;
       case JsonValue::CompiledObject:
         for (const JsonValue* e : static_cast<const JsonCompiledObject*>(v)->Slots())

@@ -33,8 +33,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   // with six decimals, and a settled non-finite real writes a form that no
   // reader accepts.
   unsigned char first = static_cast<unsigned char>(text.empty() ? 0 : text[0]);
-  bool wasMsgPack = ctx.fDetectMsgPack && ((first >= 0x80 && first <= 0x9F) ||
-                                            (first >= 0xDC && first <= 0xDF));
+  bool wasMsgPack =
+      ctx.fDetectMsgPack && ((first >= 0x80 && first <= 0x9F) || (first >= 0xDC && first <= 0xDF));
   if (wasMsgPack || HasNonFinite(*value) || HasPaddedInteger(*value)) return 0;
   for (const std::string* again : {&compact, &pretty}) {
     ParserContext back;

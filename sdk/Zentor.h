@@ -764,5 +764,3 @@ class IContext : public IObject {
 };
 
 }  // namespace Zentor
-
-#include "ZentorJSON.h"

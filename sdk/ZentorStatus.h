@@ -16,7 +16,11 @@ constexpr unsigned int MakeStatus(unsigned int position, StatusKind kind) {
   return ((position & 0xFFFFu) << 16) | kind;
 }
 
-constexpr unsigned int StatusPosition(unsigned int status) { return status >> 16; }
-constexpr unsigned int StatusKindOf(unsigned int status) { return status & 0xFFFFu; }
+constexpr unsigned int StatusPosition(unsigned int status) {
+  return status >> 16;
+}
+constexpr unsigned int StatusKindOf(unsigned int status) {
+  return status & 0xFFFFu;
+}
 
 }  // namespace Zentor

@@ -220,7 +220,8 @@ ZENTOR_EXPORT Zentor::IUserDefinedType* zentor_testmod_CreateWidget(unsigned int
 // Widget.Make(label): a new widget.
 TEST_FUNCTION(zentor_testmod_MakeWidget) {
   if (argc < 1) return Zentor::MakeStatus(1, Zentor::kStatusArgumentMissing);
-  if (!args[0] || args[0]->GetType() != Zentor::kTypeString) return Zentor::MakeStatus(1, Zentor::kStatusWrongKind);
+  if (!args[0] || args[0]->GetType() != Zentor::kTypeString)
+    return Zentor::MakeStatus(1, Zentor::kStatusWrongKind);
   AutoRefPtr<Widget> widget(new Widget(context->FindType("Widget"), StringArg(argc, args, 0)));
   if (result) result->SetUserDefined(widget.get());
   return 0;

@@ -7,9 +7,9 @@
 // Each round parses a fresh shared document (its reals still hold their
 // source text, so the first numeric read settles them while other threads
 // are writing them out) and lets every thread run a different mix of
-// reading operations on it, script functions and native (IJSON) reads. Every text written is parsed again and compared
-// with the expected document; every number read is compared with the value
-// it must have.
+// reading operations on it, script functions and native (IJSON) reads. Every text written is parsed
+// again and compared with the expected document; every number read is compared with the value it
+// must have.
 //
 // ZENTOR_STRESS_SECONDS sets how long the test runs (default 3).
 #include <gtest/gtest.h>
@@ -124,8 +124,9 @@ std::string MakeDocumentText(unsigned seed) {
     text += '.';
     text += digits(2);
   }
-  text += "},\"mixed\":[true,false,null,\"s\\u00e9\\n\",-12,18446744073709551615,{\"x\":[1.25,"
-          "[2.5]]}],\"text\":\"caf\\u00e9 au lait\"}";
+  text +=
+      "},\"mixed\":[true,false,null,\"s\\u00e9\\n\",-12,18446744073709551615,{\"x\":[1.25,"
+      "[2.5]]}],\"text\":\"caf\\u00e9 au lait\"}";
   return text;
 }
 
@@ -230,8 +231,8 @@ TEST(ModuleThreads, SharedDocumentsReadFromManyThreads) {
             check(textIsDocument(m.Call(toString, {doc.get()}), want));
             break;
           case 2:
-            check(textIsDocument(
-                m.Call(toFormatted, {doc.get(), zhost::MakeString("  ").get()}), want));
+            check(textIsDocument(m.Call(toFormatted, {doc.get(), zhost::MakeString("  ").get()}),
+                                 want));
             break;
           case 3:
             check(sameAs(doc, want));
@@ -243,29 +244,31 @@ TEST(ModuleThreads, SharedDocumentsReadFromManyThreads) {
           }
           case 5: {  // shared sub-nodes, read and stored into another document
             VariantPtr reals = m.Call(getSubNode, {doc.get(), zhost::MakeString("reals").get()});
-            VariantPtr first = m.Call(getSubNode, {doc.get(), zhost::MakeString("mixed/6/x/0").get()});
+            VariantPtr first =
+                m.Call(getSubNode, {doc.get(), zhost::MakeString("mixed/6/x/0").get()});
             VariantPtr d = first ? m.Call(asDouble, {first.get()}) : VariantPtr();
             check(d && d->GetNumber() == 1.25);
-            VariantPtr holder =
-                m.Call(fromString, {zhost::MakeString("{\"keep\":1}").get()});
-            VariantPtr both = m.Call(
-                setSubNode, {holder.get(), zhost::MakeString("copy").get(), doc.get()});
-            VariantPtr inner = both ? m.Call(getSubNode, {both.get(), zhost::MakeString("copy").get()})
-                                    : VariantPtr();
+            VariantPtr holder = m.Call(fromString, {zhost::MakeString("{\"keep\":1}").get()});
+            VariantPtr both =
+                m.Call(setSubNode, {holder.get(), zhost::MakeString("copy").get(), doc.get()});
+            VariantPtr inner =
+                both ? m.Call(getSubNode, {both.get(), zhost::MakeString("copy").get()})
+                     : VariantPtr();
             check(sameAs(inner, want));
             VariantPtr text = both ? m.Call(toString, {both.get()}) : VariantPtr();
             VariantPtr reread = text ? m.Call(fromString, {text.get()}) : VariantPtr();
-            check(reread && sameAs(m.Call(getSubNode, {reread.get(),
-                                                       zhost::MakeString("copy").get()}),
-                                   want));
+            check(
+                reread &&
+                sameAs(m.Call(getSubNode, {reread.get(), zhost::MakeString("copy").get()}), want));
             VariantPtr n = reals ? m.Call(size, {reals.get()}) : VariantPtr();
             check(n && n->GetNumber() == 48);
             break;
           }
-          case 6:  // native reads through a view of this thread's own
+          case 6:    // native reads through a view of this thread's own
           case 7: {  // ... and through the one view all threads share
             Zentor::AutoRefPtr<Zentor::IJSON> own(doc->GetUserDefined()->Serialize(&m.Context()));
-            const Zentor::IJSON* native = (id + step + round) % 8 == 6 ? own.get() : sharedNative.get();
+            const Zentor::IJSON* native =
+                (id + step + round) % 8 == 6 ? own.get() : sharedNative.get();
             check(native && textIsDocument(zhost::MakeString(native->ToString()), want));
             Zentor::AutoRefPtr<Zentor::IJSON> members = native ? native->Get("members") : nullptr;
             for (size_t i = 0; members && i < paths.size(); i += 5) {
