@@ -191,6 +191,7 @@ class JSONWrapper : public InterfaceImpl<IJSON> {
   // or of `other`.
   bool RootIs(JsonValue::EJsonValueType type) const { return RootIs(type, type); }
   bool RootIs(JsonValue::EJsonValueType type, JsonValue::EJsonValueType other) const;
+  JsonArray* ArrayTakingFrom(const IJSON* other, const JSONWrapper*& that);
   JSONData& State() const { return *fData; }
   // The member `key` of an object root for the typed reads, or empty after
   // reporting why. `notFoundEnd` closes the not-found warning.

@@ -60,16 +60,23 @@ bool JSONWrapper::Interface_PushBackDouble(double value) {
   return true;
 }
 
-bool JSONWrapper::Interface_PushBackJSON(const IJSON* other) {
+// The start of the slots that put another document into this one's array:
+// a fresh error state, both documents there, this one an array (else a
+// warning). The array, or null when the slot gives up.
+JsonArray* JSONWrapper::ArrayTakingFrom(const IJSON* other, const JSONWrapper*& that) {
   State().ClearError();
-  if (!Root()) return false;
-  const JSONWrapper* that = CastFromIJSON(other);
-  if (!that || !that->Root()) return false;
+  if (!Root()) return nullptr;
+  that = CastFromIJSON(other);
+  if (!that || !that->Root()) return nullptr;
   JsonArray* array = AsArray(Root());
-  if (!array) {
-    State().SetWarning("JSON object is not an array");
-    return false;
-  }
+  if (!array) State().SetWarning("JSON object is not an array");
+  return array;
+}
+
+bool JSONWrapper::Interface_PushBackJSON(const IJSON* other) {
+  const JSONWrapper* that = nullptr;
+  JsonArray* array = ArrayTakingFrom(other, that);
+  if (!array) return false;
   // Copied, so that the appended document and this one never share nodes
   // (appending a document to itself included).
   array->AddValue(*that->Root());
@@ -218,15 +225,9 @@ bool JSONWrapper::Interface_SetNull(const char* key) {
 }
 
 bool JSONWrapper::Interface_ReplaceIndex(unsigned long long index, const IJSON* value) {
-  State().ClearError();
-  if (!Root()) return false;
-  const JSONWrapper* that = CastFromIJSON(value);
-  if (!that || !that->Root()) return false;
-  JsonArray* array = AsArray(Root());
-  if (!array) {
-    State().SetWarning("JSON object is not an array");
-    return false;
-  }
+  const JSONWrapper* that = nullptr;
+  JsonArray* array = ArrayTakingFrom(value, that);
+  if (!array) return false;
   // Shared, not copied; an index past the end stores nothing.
   array->SetValueAtIndex(static_cast<size_t>(index), that->Root());
   return true;
