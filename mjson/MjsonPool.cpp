@@ -54,6 +54,12 @@ thread_local PendingDeletes tPending;
 // back once drained.
 constexpr size_t kPendingKeep = 4096;
 
+// Blocks at least this big come from the general heap; after freeing one,
+// the heap's free pages go back to the system. Smaller frees do not pay for
+// that: a program that parses and frees documents in a loop would give
+// pages back and fault them in again every time.
+constexpr size_t kLargeBlock = 1 << 20;
+
 }  // namespace
 
 void JsonUseCounted::Destroy() const noexcept {
@@ -74,8 +80,9 @@ void JsonUseCounted::Destroy() const noexcept {
     delete next;
   }
   if (pending.items.capacity() > kPendingKeep) {
+    const bool large = pending.items.capacity() * sizeof(void*) >= kLargeBlock;
     pending.items.shrink_to_fit();
-    ReturnFreedPages();
+    if (large) ReturnFreedPages();
   }
   pending.active = false;
 }
@@ -134,10 +141,6 @@ constexpr size_t kSlabBytes = 64 * 1024;
 // the same memory instead of asking the system for it again each time.
 constexpr size_t kSharedReserve = 8 << 20;
 constexpr size_t kKeptFreeSlabs = 4 << 20;
-
-// Lists at least this big come from the general heap; freeing one hands
-// the heap's free pages back to the system.
-constexpr size_t kLargeBlock = 1 << 20;
 
 constexpr size_t ClassSize(size_t cls) {
   return (cls + 1) * kGranule;

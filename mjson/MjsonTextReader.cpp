@@ -300,17 +300,34 @@ class TextParser {
     bool Failed() const { return !value && !opened; }
   };
   // What a step of the top frame gave: the finished container, or how the
-  // next value must look, or a failure with the error set.
+  // next value must look, or a failure with the error set. Two words, so
+  // that it comes back in registers.
   struct Step {
-    enum Outcome : uint8_t { kClosed, kValue, kFailed } outcome;
-    JsonValue* closed;
-    ValueMode mode;
-    const JsonCompiledObjectContext* table;
-    static Step Closed(JsonValue* v) { return {kClosed, v, ValueMode::kAny, nullptr}; }
-    static Step Value(ValueMode m, const JsonCompiledObjectContext* t) {
-      return {kValue, nullptr, m, t};
+    enum Outcome : uint8_t { kClosed, kValue, kFailed };
+    union {
+      JsonValue* closed;                       // kClosed
+      const JsonCompiledObjectContext* table;  // kValue
+    };
+    Outcome outcome;
+    ValueMode mode;  // kValue
+    static Step Closed(JsonValue* v) {
+      Step s{};
+      s.closed = v;
+      s.outcome = kClosed;
+      return s;
     }
-    static Step Failed() { return {kFailed, nullptr, ValueMode::kAny, nullptr}; }
+    static Step Value(ValueMode m, const JsonCompiledObjectContext* t) {
+      Step s{};
+      s.table = t;
+      s.outcome = kValue;
+      s.mode = m;
+      return s;
+    }
+    static Step Failed() {
+      Step s{};
+      s.outcome = kFailed;
+      return s;
+    }
   };
 
   Began BeginValue(ValueMode mode, const JsonCompiledObjectContext* table);
