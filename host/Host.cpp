@@ -201,8 +201,15 @@ std::string Host::ExecutableDir() {
 bool Host::Load(const std::string& location, std::string& error) {
   std::string path = location;
   if (location.find('/') == std::string::npos) {
-    const std::string local = ExecutableDir() + "/" + location;
-    if (access(local.c_str(), F_OK) == 0) path = local;
+    // Beside the host in a build tree; in the library folder of an
+    // installed one (bin/zentor with lib/libzentor_json.so).
+    for (const char* folder : {"", ZENTOR_INSTALLED_MODULE_DIR}) {
+      const std::string local = ExecutableDir() + "/" + folder + location;
+      if (access(local.c_str(), F_OK) == 0) {
+        path = local;
+        break;
+      }
+    }
   }
   void* handle = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
   if (!handle) {

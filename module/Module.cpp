@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <string>
 
+#include "ZentorVersion.h"
 #include "zentorMacros.h"
 
 // The declaration table appends to it while the library is being loaded,
@@ -22,15 +23,9 @@ const char kEmpty[] = "";
 
 }  // namespace
 
-[[noreturn]] void Zentor::AssertionFailed(const char* expression, const char* file,
-                                          unsigned int line, const char* function) noexcept {
-  std::fprintf(stderr, "%s:%u: %s: Assertion `%s' failed.\n", file, line, function, expression);
-  std::fflush(stderr);
-  std::abort();
-}
-
+// The project's version, with the build number the host expects after it.
 ZENTOR_EXPORT const char* GetModuleVersion() {
-  return "1.16.0.0";
+  return ZENTOR_JSON_VERSION ".0";
 }
 ZENTOR_EXPORT const char* GetSupportedPlatforms() {
   return "linux,mac,windows";

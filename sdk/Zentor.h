@@ -336,8 +336,12 @@ class IUserDefinedType : public IObject {
   bool Deserialize(const IJSON* json, IContext* context = nullptr) {
     return Interface_Deserialize(json, context);
   }
-  // Defined after IJSON (ZentorJSON.h).
-  AutoRefPtr<IJSON> Serialize(IContext* context = nullptr) const;
+  // A JSON view of the value (+1). IJSON is declared in ZentorJSON.h, which
+  // a caller includes to use the result; the template waits for it.
+  template <class JSON = IJSON>
+  AutoRefPtr<JSON> Serialize(IContext* context = nullptr) const {
+    return AutoRefPtr<JSON>(Interface_Serialize(context));
+  }
   bool FromBinaryData(const void* data, unsigned long long size, unsigned long long format) {
     return Interface_FromBinaryData(data, size, format);
   }

@@ -310,8 +310,4 @@ class IJSON : public IObject {
   virtual ~IJSON() = default;
 };
 
-inline AutoRefPtr<IJSON> IUserDefinedType::Serialize(IContext* context) const {
-  return AutoRefPtr<IJSON>(Interface_Serialize(context));
-}
-
 }  // namespace Zentor

@@ -1,0 +1,35 @@
+# What `cmake --install` puts where, and the CMake package that other
+# projects find with find_package(ZentorJSON 1.16):
+#
+#   bin/zentor                      the reference host
+#   lib/libzentor_json.so           the JSON module, found by the host there
+#   lib/libmjson.a                  the value library (ZentorJSON::mjson)
+#   include/ZentorJSON-1.16/        host interfaces (ZentorJSON::sdk) and the
+#                                   value library's public headers
+#   lib/cmake/ZentorJSON/           the package: targets, version, config
+include(CMakePackageConfigHelpers)
+
+set(ZENTOR_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/ZentorJSON)
+
+install(TARGETS zentor_sdk mjson EXPORT ZentorJSONTargets
+  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
+  INCLUDES DESTINATION ${ZENTOR_INSTALL_INCLUDEDIR})
+install(FILES ${ZENTOR_SDK_HEADERS} ${ZENTOR_MJSON_HEADERS}
+  DESTINATION ${ZENTOR_INSTALL_INCLUDEDIR})
+
+if(TARGET zentor AND TARGET zentor_json)
+  install(TARGETS zentor RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+  install(TARGETS zentor_json LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+endif()
+
+install(EXPORT ZentorJSONTargets NAMESPACE ZentorJSON:: DESTINATION ${ZENTOR_CMAKE_DIR})
+configure_package_config_file(${CMAKE_CURRENT_LIST_DIR}/ZentorJSONConfig.cmake.in
+  ${PROJECT_BINARY_DIR}/ZentorJSONConfig.cmake
+  INSTALL_DESTINATION ${ZENTOR_CMAKE_DIR}
+  PATH_VARS ZENTOR_INSTALL_INCLUDEDIR CMAKE_INSTALL_BINDIR CMAKE_INSTALL_LIBDIR)
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/ZentorJSONConfigVersion.cmake
+  COMPATIBILITY SameMajorVersion)
+install(FILES
+  ${PROJECT_BINARY_DIR}/ZentorJSONConfig.cmake
+  ${PROJECT_BINARY_DIR}/ZentorJSONConfigVersion.cmake
+  DESTINATION ${ZENTOR_CMAKE_DIR})
