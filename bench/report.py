@@ -1,17 +1,24 @@
 #!/usr/bin/env python3
-"""Turns the benchmark's JSON output into one Markdown table.
+"""Turns the benchmark's JSON output into one Markdown table, and a chart.
 
-    report.py RESULTS.json
+    report.py RESULTS.json [CHART.svg]
 
 Rows are document and operation; columns are ours and each peer. MB/s is
 that of the fastest repetition. A peer's
 cell holds its figure and, in parentheses, ours divided by it: for MB/s a
 ratio above 1 means we are faster, for heap sizes a ratio above 1 means we
 use more. After the table come the largest gaps, worst first.
+
+The chart (SVG, written when a path is given) has one bar per document,
+operation and like-for-like peer: how many times better ours is, on a
+logarithmic scale with a line at 1 (longer to the right is better for us;
+for heap sizes "better" means smaller).
 """
 
 import json
+import math
 import sys
+from xml.sax.saxutils import escape
 
 OPERATIONS = [
     # (operation, row title, what the figure is)
@@ -143,13 +150,100 @@ def report(results, gap_count=10):
     return "\n".join(out) + "\n"
 
 
+PEER_COLOURS = {
+    "rapidjson-validating": "#4e79a7",
+    "rapidjson": "#76b7b2",
+    "nlohmann": "#f28e2b",
+    "simdjson": "#59a14f",
+    "msgpack-cxx": "#e15759",
+}
+
+
+def bars(figures, docs):
+    """(document, operation title, peer column, times better) for the chart:
+    like-for-like peers, and msgpack-cxx for the MessagePack operations,
+    where it is the one peer there is."""
+    out = []
+    for doc in docs:
+        for op, title, kind in OPERATIONS:
+            if op == "heap-peak":
+                continue
+            ours = figures.get((op, "ours", doc))
+            if not ours:
+                continue
+            for contender, column in COLUMNS[1:]:
+                value = figures.get((op, contender, doc))
+                fair = like_for_like(op, contender) or (
+                    contender == "msgpack-cxx" and op.startswith("msgpack"))
+                if not value or not fair:
+                    continue
+                better = ours / value if kind == "speed" else value / ours
+                out.append((doc, title, column, contender, better))
+    return out
+
+
+def chart(figures, docs):
+    """The SVG text of the chart."""
+    rows = bars(figures, docs)
+    low, high = 0.25, 8.0  # the axis spans these ratios; longer bars are clipped
+    for *_, better in rows:
+        while better < low:
+            low /= 2
+        while better > high:
+            high *= 2
+    label_w, plot_w, row_h, top = 330, 420, 16, 40
+    height = top + row_h * len(rows) + 60
+    width = label_w + plot_w + 70
+
+    def x(ratio):
+        ratio = min(max(ratio, low), high)
+        return label_w + plot_w * (math.log(ratio) - math.log(low)) / (math.log(high) - math.log(low))
+
+    out = [f'<svg xmlns="http://www.w3.org/2000/svg" width="{width}" height="{height}" '
+           f'font-family="sans-serif" font-size="11">',
+           f'<rect width="{width}" height="{height}" fill="white"/>',
+           f'<text x="{label_w}" y="18" font-size="13" font-weight="bold">'
+           'How many times better ours is than each peer (log scale)</text>']
+    ticks, t = [], low
+    while t <= high * 1.001:
+        ticks.append(t)
+        t *= 2
+    for t in ticks:
+        out.append(f'<line x1="{x(t):.1f}" y1="{top - 6}" x2="{x(t):.1f}" '
+                   f'y2="{top + row_h * len(rows)}" stroke="#ddd"/>')
+        out.append(f'<text x="{x(t):.1f}" y="{top + row_h * len(rows) + 14}" '
+                   f'text-anchor="middle">{t:g}</text>')
+    previous_doc = None
+    for i, (doc, title, column, contender, better) in enumerate(rows):
+        y = top + i * row_h
+        if doc != previous_doc and previous_doc is not None:
+            out.append(f'<line x1="0" y1="{y}" x2="{width}" y2="{y}" stroke="#999"/>')
+        previous_doc = doc
+        out.append(f'<text x="{label_w - 6}" y="{y + 12}" text-anchor="end">'
+                   f'{escape(doc)}, {escape(title)} vs {escape(column)}</text>')
+        x0, x1 = x(1.0), x(better)
+        out.append(f'<rect x="{min(x0, x1):.1f}" y="{y + 3}" width="{abs(x1 - x0):.1f}" '
+                   f'height="{row_h - 5}" fill="{PEER_COLOURS.get(contender, "#888")}"/>')
+        out.append(f'<text x="{max(x0, x1) + 4:.1f}" y="{y + 12}">{better:.2f}</text>')
+    out.append(f'<line x1="{x(1.0):.1f}" y1="{top - 6}" x2="{x(1.0):.1f}" '
+               f'y2="{top + row_h * len(rows)}" stroke="black" stroke-width="1.5"/>')
+    out.append(f'<text x="{x(1.0):.1f}" y="{top + row_h * len(rows) + 30}" text-anchor="middle">'
+               'left of the line: the peer is better; right: ours is</text>')
+    out.append("</svg>")
+    return "\n".join(out) + "\n"
+
+
 def main(argv):
-    if len(argv) != 2:
+    if len(argv) not in (2, 3):
         sys.stderr.write(__doc__)
         return 2
     with open(argv[1], encoding="utf-8") as f:
         results = json.load(f)
     sys.stdout.write(report(results))
+    if len(argv) == 3:
+        figures, docs = load(results)
+        with open(argv[2], "w", encoding="utf-8") as f:
+            f.write(chart(figures, docs))
     return 0
 
 

@@ -73,5 +73,25 @@ class ReportTest(unittest.TestCase):
         self.assertNotIn("msgpack-cxx", text.splitlines()[0])  # absent peers get no column
 
 
+    def test_chart(self):
+        figures = {
+            ("parse", "ours", "d"): 200.0, ("parse", "rapidjson-validating", "d"): 400.0,
+            ("parse", "simdjson", "d"): 100.0,  # a reference point: no bar
+            ("msgpack-read", "ours", "d"): 50.0, ("msgpack-read", "msgpack-cxx", "d"): 100.0,
+            ("heap", "ours", "d"): 30.0, ("heap", "rapidjson", "d"): 60.0,
+        }
+        # Speed: ours/peer; heap: peer/ours, so above 1 is always ours better.
+        self.assertEqual([(b[1], b[2], round(b[4], 2)) for b in report.bars(figures, ["d"])],
+                         [("parse MB/s", "RapidJSON validating", 0.5),
+                          ("MessagePack read MB/s", "msgpack-cxx", 0.5),
+                          ("heap held KB", "RapidJSON", 2.0)])
+        import xml.etree.ElementTree as ET
+        svg = ET.fromstring(report.chart(figures, ["d"]))
+        rects = svg.findall("{http://www.w3.org/2000/svg}rect")
+        self.assertEqual(len(rects), 1 + 3)  # the background, then a bar each
+        labels = [t.text for t in svg.iter("{http://www.w3.org/2000/svg}text")]
+        self.assertIn("2.00", labels)
+
+
 if __name__ == "__main__":
     unittest.main()
