@@ -24,7 +24,8 @@ void PushBack(JsonArray* array, const ValuePtr& value) {
 
 }  // namespace
 
-JSONObjRef JsonArrayAt(const JSONObjRef& json, unsigned long index, Zentor::IContext* context) {
+JSONObjRef JsonArrayAt(const JSONObjRef& json, unsigned long long index,
+                       Zentor::IContext* context) {
   static const unsigned int jsonTypeId = FindJSONTypeId(context);
   JSONObjRef result = NewJSONObj(jsonTypeId, context);
   const JsonArray* array = AsArray(json->fRoot);
@@ -67,7 +68,7 @@ JSONObjRef JsonArrayAppendJSON(const JSONObjRef& json, const JSONObjRef& value,
   return JsonArrayAppend<ValuePtr>(json, value->fRoot, context);
 }
 
-JSONObjRef JsonArrayRemove(const JSONObjRef& json, unsigned long position,
+JSONObjRef JsonArrayRemove(const JSONObjRef& json, unsigned long long position,
                            Zentor::IContext* context) {
   JSONObjRef result = CopyOf(json);
   if (JsonArray* array = AsArray(result->fRoot)) {

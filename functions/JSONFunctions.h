@@ -148,7 +148,7 @@ JSONObjRef CreateEmptyObject(Zentor::IContext* context);
 JSONObjRef CreateNull(Zentor::IContext* context);
 
 // JSONInspection.cpp: the kind, size and value of a whole document.
-unsigned long JsonSize(const JSONObjRef& json, Zentor::IContext* context);
+unsigned long long JsonSize(const JSONObjRef& json, Zentor::IContext* context);
 bool IsEmpty(const JSONObjRef& json);
 bool Empty(const JSONObjRef& json);
 bool IsNull(const JSONObjRef& json);
@@ -241,14 +241,14 @@ StringVector GetKeys(const JSONObjRef& json, Zentor::IContext* context);
 
 // JSONArrays.cpp: elements, array changes, searches, and arrays to and from
 // host vectors.
-JSONObjRef JsonArrayAt(const JSONObjRef& json, unsigned long index, Zentor::IContext* context);
+JSONObjRef JsonArrayAt(const JSONObjRef& json, unsigned long long index, Zentor::IContext* context);
 JSONObjRef JsonArrayAppendBoolean(const JSONObjRef& json, bool value, Zentor::IContext* context);
 JSONObjRef JsonArrayAppendNumber(const JSONObjRef& json, double value, Zentor::IContext* context);
 JSONObjRef JsonArrayAppendString(const JSONObjRef& json, const std::string& value,
                                  Zentor::IContext* context);
 JSONObjRef JsonArrayAppendJSON(const JSONObjRef& json, const JSONObjRef& value,
                                Zentor::IContext* context);
-JSONObjRef JsonArrayRemove(const JSONObjRef& json, unsigned long position,
+JSONObjRef JsonArrayRemove(const JSONObjRef& json, unsigned long long position,
                            Zentor::IContext* context);
 JSONObjRef JsonArrayInsertAtJSON(const JSONObjRef& json, unsigned long long position,
                                  const JSONObjRef& value, Zentor::IContext* context);

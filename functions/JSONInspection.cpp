@@ -5,7 +5,7 @@
 
 using namespace JSONFunctions;
 
-unsigned long JsonSize(const JSONObjRef& json, Zentor::IContext* context) {
+unsigned long long JsonSize(const JSONObjRef& json, Zentor::IContext* context) {
   const ValuePtr& root = json->fRoot;
   if (!root) {
     Report(context, kSeverityWarning, kErrorNoObject, "No JSON object given!");

@@ -13,12 +13,34 @@
 // ---------------------------------------------------------------------------
 // Reference counting
 
+namespace {
+
+// The name the process was started under, as the C library's assert
+// prints it.
+const char* ProgramName() {
+#if defined(__GLIBC__)
+  return program_invocation_short_name;
+#elif defined(__APPLE__) || defined(__FreeBSD__)
+  return getprogname();
+#elif defined(_WIN32)
+  const char* path = _pgmptr ? _pgmptr : "";
+  const char* name = path;
+  for (const char* p = path; *p; ++p)
+    if (*p == '/' || *p == '\\') name = p + 1;
+  return name;
+#else
+  return "mjson";
+#endif
+}
+
+}  // namespace
+
 // Written like the C library's assert, which NDEBUG would silence: these
 // checks must survive release builds.
 void MjsonAssertionFailed(const char* expression, const char* file, unsigned line,
                           const char* function) noexcept {
-  fprintf(stderr, "%s: %s:%u: %s: Assertion `%s' failed.\n", program_invocation_short_name, file,
-          line, function, expression);
+  fprintf(stderr, "%s: %s:%u: %s: Assertion `%s' failed.\n", ProgramName(), file, line, function,
+          expression);
   fflush(stderr);
   abort();
 }

@@ -92,6 +92,9 @@ void SetReturn(IVariant* result, double value) {
 void SetReturn(IVariant* result, unsigned long value) {
   if (result) result->AssignNumber(static_cast<double>(value));
 }
+void SetReturn(IVariant* result, unsigned long long value) {
+  if (result) result->AssignNumber(static_cast<double>(value));
+}
 void SetReturn(IVariant* result, long long value) {
   if (result) result->AssignNumber(static_cast<double>(value));
 }
@@ -126,6 +129,10 @@ void SetReturn<double>(IVariant* result) {
 }
 template <>
 void SetReturn<unsigned long>(IVariant* result) {
+  result->AssignNumber(0.0);
+}
+template <>
+void SetReturn<unsigned long long>(IVariant* result) {
   result->AssignNumber(0.0);
 }
 template <>

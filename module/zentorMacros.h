@@ -195,6 +195,7 @@ void SetReturn(IVariant* result, const std::string& value);
 void SetReturn(IVariant* result, bool value);
 void SetReturn(IVariant* result, double value);
 void SetReturn(IVariant* result, unsigned long value);
+void SetReturn(IVariant* result, unsigned long long value);
 void SetReturn(IVariant* result, long long value);
 void SetReturn(IVariant* result, const AutoRefPtr<JSONObj>& value);
 void SetReturn(IVariant* result, const AutoRefPtr<IDataRef>& value);
@@ -215,6 +216,8 @@ template <>
 void SetReturn<double>(IVariant* result);
 template <>
 void SetReturn<unsigned long>(IVariant* result);
+template <>
+void SetReturn<unsigned long long>(IVariant* result);
 template <>
 void SetReturn<long long>(IVariant* result);
 template <>

@@ -36,7 +36,11 @@
 // built with hidden visibility. Only exports use it: the interfaces below
 // keep the default visibility setting of whoever compiles them.
 #ifndef ZENTOR_EXPORT
+#if defined(_WIN32)
+#define ZENTOR_EXPORT extern "C" __declspec(dllexport)
+#else
 #define ZENTOR_EXPORT extern "C" __attribute__((visibility("default")))
+#endif
 #endif
 
 namespace Zentor {

@@ -137,8 +137,9 @@ JsonAutoRefPtr<JsonValue> JSONData::FindNodePath(const JsonAutoRefPtr<JsonValue>
         SetWarning("Couldn't find JSON node, array index is not a number");
         return ValuePtr();
       }
-      const long index = std::strtol(segment.c_str(), nullptr, 10);
-      if (index < 0 || static_cast<unsigned long>(index) >= array->Size()) {
+      // Read as 64 bits on every platform (a C long is 32 bits on some).
+      const long long index = std::strtoll(segment.c_str(), nullptr, 10);
+      if (index < 0 || static_cast<unsigned long long>(index) >= array->Size()) {
         SetWarning("Couldn't find JSON node, array index out of bounds");
         return ValuePtr();
       }

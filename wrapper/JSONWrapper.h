@@ -29,7 +29,7 @@ namespace Zentor {
 // `buffer` of `size` bytes, after ", " when the buffer already holds text.
 // An entry that does not fit whole is dropped; nothing happens for a null
 // buffer or text.
-void AppendToErrorStr(char* buffer, unsigned int size, const char* text, unsigned long item);
+void AppendToErrorStr(char* buffer, unsigned int size, const char* text, unsigned long long item);
 
 namespace JSON {
 

@@ -14,7 +14,7 @@ namespace Zentor {
 namespace {
 
 // One entry of a collected error list; `item` counts from zero.
-std::string ErrorEntry(bool first, unsigned long item, const std::string& text) {
+std::string ErrorEntry(bool first, unsigned long long item, const std::string& text) {
   std::string entry = first ? "" : ", ";
   entry += "Item '" + std::to_string(item + 1) + "' has error '" + text + "'";
   return entry;
@@ -22,7 +22,7 @@ std::string ErrorEntry(bool first, unsigned long item, const std::string& text) 
 
 }  // namespace
 
-void AppendToErrorStr(char* buffer, unsigned int size, const char* text, unsigned long item) {
+void AppendToErrorStr(char* buffer, unsigned int size, const char* text, unsigned long long item) {
   if (!buffer || !text) return;
   const size_t used = std::strlen(buffer);
   const std::string entry = ErrorEntry(used == 0, item, text);
@@ -137,7 +137,7 @@ IJSON* JSONWrapper::Interface_ElementMatchingDouble(const char* key, double valu
   return FirstMatchingElement(*array, key, [value](const JsonValue& member) {
     double real = 0;
     if (member.GetAsReal(real)) return real == value;
-    return static_cast<double>(std::strtol(member.GetAsString().c_str(), nullptr, 10)) == value;
+    return static_cast<double>(std::strtoll(member.GetAsString().c_str(), nullptr, 10)) == value;
   });
 }
 
@@ -465,7 +465,7 @@ bool JSONWrapper::Interface_ForEach(ForEachErrorCallback callback, void* user, c
                                     unsigned int errorBufferSize) const {
   if (!callback) return false;
   bool result = true;
-  unsigned long item = 0;
+  unsigned long long item = 0;
   unsigned int appended = 0;
   // One byte more than offered, which stays zero, so a callback that fills
   // the whole buffer still leaves a terminated text.
