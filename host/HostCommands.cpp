@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "Hints.h"
 #include "Script.h"
 #include "ScriptLexer.h"
 
@@ -182,7 +183,7 @@ void Commands::Functions() {
   }
   for (const std::string& function : names) {
     const auto overloads = fHost.OverloadsOf(function);
-    if (overloads.empty()) throw ScriptError("unknown function " + function);
+    if (overloads.empty()) throw Unknown("function", function, fHost.FunctionNames());
     for (const auto& overload : overloads)
       fOut.Line(Signature(function, overload->params) + " -> " + overload->result + " : " +
                 overload->symbol + (overload->entry ? "" : " (missing)") + " [" +

@@ -1,5 +1,6 @@
 #include "Script.h"
 
+#include "Hints.h"
 #include "HostCommands.h"
 #include "HostFunctions.h"
 
@@ -57,9 +58,20 @@ bool Script::RunLine(const std::string& rawLine, int lineNumber) {
     RunHostCommand(fHost, *this, command);
   } catch (const ScriptError& error) {
     ++fErrors;
-    fOut.Line("! script error at line " + std::to_string(lineNumber) + ": " + error.what());
+    // A message may quote what was typed; a stray escape byte in it must
+    // not drive the terminal.
+    fOut.Line("! script error at line " + std::to_string(lineNumber) + ": " +
+              Printable(error.what()));
+    for (const std::string& item : error.list) fOut.Line("  " + Printable(item));
   }
   return true;
+}
+
+std::vector<std::string> Script::FunctionNames() const {
+  std::vector<std::string> names = fHost.FunctionNames();
+  for (std::string& name : HostFunctionNames())
+    if (fHost.OverloadsOf(name).empty()) names.push_back(std::move(name));
+  return names;
 }
 
 void Script::RunLines(LineReader& reader) {
@@ -110,11 +122,10 @@ ScriptValue Script::CallByName(const std::string& name, Arguments& args) {
   const auto overload = fHost.FindOverload(name, nullptr, words);
   if (!overload) {
     const auto candidates = fHost.OverloadsOf(name);
-    if (candidates.empty()) throw ScriptError("unknown function " + name);
-    std::string list;
-    for (const auto& candidate : candidates)
-      list += (list.empty() ? "" : "; ") + Signature(name, candidate->params);
-    throw ScriptError("no overload " + Signature(name, words) + "; declared: " + list);
+    if (candidates.empty()) throw Unknown("function", name, FunctionNames());
+    std::vector<std::vector<std::string>> declared;
+    for (const auto& candidate : candidates) declared.push_back(candidate->params);
+    throw NoOverload(name, words, declared);
   }
   if (!overload->entry)
     throw ScriptError("entry point " + overload->symbol + " of " + Signature(name, words) +

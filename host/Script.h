@@ -7,6 +7,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "Host.h"
 #include "LineReader.h"
@@ -28,6 +29,9 @@ class Script : private ScriptCalls {
   // Script errors so far (mistakes in the script itself, not reports of
   // modules).
   int Errors() const { return fErrors; }
+
+  // The names a call can use: declared functions and the host's own.
+  std::vector<std::string> FunctionNames() const;
 
   // The canonical text of a value, as a statement prints it.
   std::string Format(Zentor::IVariant* value);

@@ -82,5 +82,41 @@ TEST_F(RunFixture, HelpListsEveryCommandInOneColumn) {
             ":quit                         stop\n");
 }
 
+// Mistakes answer with what was probably meant, and show what was typed
+// without letting it drive the terminal.
+TEST_F(RunFixture, MistakesShowWhatWasMeant) {
+  std::string error;
+  ASSERT_TRUE(host.Load("libzentor_testmod.so", error)) << error;
+  ASSERT_TRUE(script.RunLine("let counter = 1", 1));
+  struct Case {
+    const char* line;
+    const char* printed;
+  } cases[] = {
+      {"\x1b[A", "! script error at line 1: unexpected character '\\x1b' at column 1\n"},
+      {"data\"0\a\"",
+       "! script error at line 1: data literals hold hex digits only, not '\\x07'\n"},
+      {"Test.Thorw(1)",
+       "! script error at line 1: unknown function Test.Thorw; did you mean Test.Throw?\n"},
+      {":functions Test.Thorw",
+       "! script error at line 1: unknown function Test.Thorw; did you mean Test.Throw?\n"},
+      {"Nope.Nothing()", "! script error at line 1: unknown function Nope.Nothing\n"},
+      {"countr", "! script error at line 1: unknown variable countr; did you mean counter?\n"},
+      {"Test.Status",
+       "! script error at line 1: Test.Status is a function: call it as Test.Status(...)\n"},
+      {"Test.Describe(1)",
+       "! script error at line 1: no overload Test.Describe (NUMBER); declared: "
+       "Test.Describe (STRING)\n"},
+      {"Test.Throw(true)",
+       "! script error at line 1: no overload Test.Throw (BOOLEAN); declared:\n"
+       "  Test.Throw (STRING)\n"
+       "  Test.Throw (NUMBER)\n"},
+  };
+  for (const Case& c : cases) {
+    text.str("");
+    script.RunLine(c.line, 1);
+    EXPECT_EQ(text.str(), c.printed) << c.line;
+  }
+}
+
 }  // namespace
 }  // namespace zhost
