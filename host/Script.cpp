@@ -47,6 +47,11 @@ bool Script::RunLine(const std::string& rawLine, int lineNumber) {
   if (fEcho) fOut.Line("> " + line);
   if (line[first] == '#') return true;
   try {
+    // What a newcomer types first: no statement, but the way to :help.
+    if (const std::string word = line.substr(first); word == "help" || word == "?") {
+      RunHostCommand(fHost, *this, "help");
+      return true;
+    }
     if (line[first] != ':') {
       RunStatement(line);
       return true;

@@ -82,6 +82,16 @@ TEST_F(RunFixture, HelpListsEveryCommandInOneColumn) {
             ":quit                         stop\n");
 }
 
+TEST_F(RunFixture, HelpAndQuestionMarkShowTheCommandList) {
+  script.RunLine(":help", 1);
+  const std::string help = text.str();
+  for (const char* line : {"help", "?", "  help  "}) {
+    text.str("");
+    script.RunLine(line, 1);
+    EXPECT_EQ(text.str(), help) << line;
+  }
+}
+
 // Mistakes answer with what was probably meant, and show what was typed
 // without letting it drive the terminal.
 TEST_F(RunFixture, MistakesShowWhatWasMeant) {
