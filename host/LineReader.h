@@ -8,6 +8,8 @@
 #include <ostream>
 #include <string>
 
+#include "TerminalSignals.h"
+
 namespace zhost {
 
 class LineReader {
@@ -27,9 +29,10 @@ class StreamLineReader final : public LineReader {
   std::istream& fIn;
 };
 
-// Lines typed at a terminal: shows `prompt` before each one, and leaves
-// the terminal on a fresh line when the session ends, whether input ran
-// out or the script quit.
+// Lines typed at a terminal, as the terminal itself lets them be edited:
+// shows `prompt` before each one; Ctrl-C abandons the line being typed
+// (the terminal drops it) and prompts again; when input runs out, the
+// terminal is left on a fresh line.
 class TerminalLineReader final : public LineReader {
  public:
   TerminalLineReader(std::istream& in, std::ostream& out, std::string prompt)
@@ -41,6 +44,8 @@ class TerminalLineReader final : public LineReader {
   std::istream& fIn;
   std::ostream& fOut;
   std::string fPrompt;
+  TerminalSignals fSignals{false};
+  bool fEnded = false;
 };
 
 }  // namespace zhost

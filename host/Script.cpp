@@ -46,6 +46,7 @@ bool Script::RunLine(const std::string& rawLine, int lineNumber) {
   if (first == std::string::npos) return true;
   if (fEcho) fOut.Line("> " + line);
   if (line[first] == '#') return true;
+  fLastFailed = false;
   try {
     // What a newcomer types first: no statement, but the way to :help.
     if (const std::string word = line.substr(first); word == "help" || word == "?") {
@@ -63,6 +64,7 @@ bool Script::RunLine(const std::string& rawLine, int lineNumber) {
     RunHostCommand(fHost, *this, command);
   } catch (const ScriptError& error) {
     ++fErrors;
+    fLastFailed = true;
     // A message may quote what was typed; a stray escape byte in it must
     // not drive the terminal.
     fOut.Line("! script error at line " + std::to_string(lineNumber) + ": " +

@@ -29,6 +29,8 @@ class Script : private ScriptCalls {
   // Script errors so far (mistakes in the script itself, not reports of
   // modules).
   int Errors() const { return fErrors; }
+  // Whether the last statement or command run was such a mistake.
+  bool LastFailed() const { return fLastFailed; }
 
   // The names a call can use: declared functions and the host's own.
   std::vector<std::string> FunctionNames() const;
@@ -50,6 +52,7 @@ class Script : private ScriptCalls {
   Output& fOut;
   bool fEcho;
   int fErrors = 0;
+  bool fLastFailed = false;
   Variables fVariables;
 };
 

@@ -67,7 +67,7 @@ int main(int argc, char** argv) {
     }
   }
 
-  int errors = 0;
+  bool failed = false;
   {
     const bool interactive = statements.empty() && scriptPath.empty() && isatty(STDIN_FILENO);
     zhost::Script script(host, echo && !interactive);
@@ -84,14 +84,16 @@ int main(int argc, char** argv) {
       zhost::StreamLineReader reader(file);
       script.RunLines(reader);
     } else if (interactive) {
-      out.Line("zentor reference host; :help lists the commands, :quit ends");
+      out.Line("zentor reference host; help lists the commands, Ctrl-D or :quit ends");
       zhost::TerminalLineReader reader(std::cin, std::cout, "zentor> ");
       script.RunLines(reader);
     } else {
       zhost::StreamLineReader reader(std::cin);
       script.RunLines(reader);
     }
-    errors = script.Errors();
+    // A session at the terminal is judged by how it ended, not by the
+    // mistakes made and put right along the way; a script by all of them.
+    failed = interactive ? script.LastFailed() : script.Errors() > 0;
   }
-  return errors > 0 || loadFailed ? 1 : 0;
+  return failed || loadFailed ? 1 : 0;
 }

@@ -128,5 +128,18 @@ TEST_F(RunFixture, MistakesShowWhatWasMeant) {
   }
 }
 
+// How a terminal session ends depends on its last statement alone.
+TEST_F(RunFixture, LastFailedFollowsTheLastStatement) {
+  struct Step {
+    const char* line;
+    bool failed;
+  } steps[] = {{"nope", true},  {"", true},      {"# note", true},   {"1", false},
+               {":nope", true}, {"help", false}, {"let x = y", true}};
+  for (const Step& step : steps) {
+    script.RunLine(step.line, 1);
+    EXPECT_EQ(script.LastFailed(), step.failed) << step.line;
+  }
+}
+
 }  // namespace
 }  // namespace zhost
