@@ -12,6 +12,11 @@ char Lower(char c) {
   return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
 }
 
+bool IsNameChar(char c) {
+  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' ||
+         c == '.';
+}
+
 // How far a name may be from the typed one and still be offered: a typo
 // is about one slip per four characters; a name of one or two characters
 // is near almost anything, so it gets only the other case.
@@ -76,6 +81,31 @@ ScriptError NoOverload(const std::string& name, const std::vector<std::string>& 
   std::vector<std::string> list;
   for (const auto& params : declared) list.push_back(Signature(name, params));
   return ScriptError(message, std::move(list));
+}
+
+Completion Complete(const std::string& typed, const std::vector<std::string>& words) {
+  size_t start = typed.size();
+  while (start > 0 && IsNameChar(typed[start - 1])) --start;
+  // Commands complete only where they can stand: first on the line.
+  if (start > 0 && typed[start - 1] == ':' && typed.find_first_not_of(" \t") == start - 1) --start;
+  const std::string prefix = typed.substr(start);
+  const bool command = !prefix.empty() && prefix[0] == ':';
+  Completion completion;
+  for (const std::string& word : words)
+    if (!word.empty() && word.size() >= prefix.size() &&
+        word.compare(0, prefix.size(), prefix) == 0 && (word[0] == ':') == command)
+      completion.choices.push_back(word);
+  std::sort(completion.choices.begin(), completion.choices.end());
+  completion.choices.erase(std::unique(completion.choices.begin(), completion.choices.end()),
+                           completion.choices.end());
+  if (completion.choices.empty()) return completion;
+  const std::string& first = completion.choices.front();
+  const std::string& last = completion.choices.back();
+  // Sorted, the first and last choice share what all of them share.
+  const size_t common =
+      std::mismatch(first.begin(), first.end(), last.begin(), last.end()).first - first.begin();
+  completion.insert = first.substr(prefix.size(), common - prefix.size());
+  return completion;
 }
 
 }  // namespace zhost

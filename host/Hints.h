@@ -1,6 +1,6 @@
-// The help that comes with a mistake: the known names nearest to a
-// misspelled one, and the overloads a call could have meant. Pure
-// functions of the names they are given.
+// The help that comes with a mistake or a Tab: the known names nearest to
+// a misspelled one, the overloads a call could have meant, and what a
+// typed prefix completes to. Pure functions of the names they are given.
 #pragma once
 
 #include <string>
@@ -33,5 +33,14 @@ ScriptError Unknown(const std::string& what, const std::string& name,
 // on the same line, or several listed one per line below it.
 ScriptError NoOverload(const std::string& name, const std::vector<std::string>& kinds,
                        const std::vector<std::vector<std::string>>& declared);
+
+// What Tab does at the end of `typed`: the name being typed is the run of
+// name characters before the end (with the ':' of a command at the start
+// of the line).
+struct Completion {
+  std::string insert;                // the text to add after what is typed
+  std::vector<std::string> choices;  // every word it could still become, sorted
+};
+Completion Complete(const std::string& typed, const std::vector<std::string>& words);
 
 }  // namespace zhost

@@ -23,6 +23,7 @@ class Commands {
       : fHost(host), fScript(script), fOut(host.Out()), fArgs(Lex(text)) {}
 
   void Run();
+  static std::vector<std::string> Names();
 
  private:
   struct Command {
@@ -87,6 +88,12 @@ void Commands::Run() {
                                    [&](const Command& c) { return name == c.name; });
   if (found == std::end(kCommands)) throw ScriptError("unknown command :" + name + " (try :help)");
   (this->*found->run)();
+}
+
+std::vector<std::string> Commands::Names() {
+  std::vector<std::string> names{"help", "quit"};
+  for (const Command& command : kCommands) names.push_back(command.name);
+  return names;
 }
 
 std::vector<const LoadedModule*> Commands::ModulesArgument() {
@@ -277,6 +284,10 @@ void Commands::NewInstance() {
 
 void RunHostCommand(Host& host, Script& script, const std::string& text) {
   Commands(host, script, text).Run();
+}
+
+std::vector<std::string> HostCommandNames() {
+  return Commands::Names();
 }
 
 }  // namespace zhost

@@ -1,5 +1,15 @@
 #include "LineReader.h"
 
+#include <pwd.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <iostream>
+
+#ifdef ZENTOR_HAVE_LIBEDIT
+#include "EditLineReader.h"
+#endif
+
 namespace zhost {
 namespace {
 
@@ -34,6 +44,29 @@ std::optional<std::string> TerminalLineReader::ReadLine() {
   }
   fEnded = true;
   return std::nullopt;
+}
+
+std::unique_ptr<LineReader> MakeInteractiveReader(const std::string& prompt,
+                                                  const std::string& historyFile,
+                                                  CompletionWords words) {
+#ifdef ZENTOR_HAVE_LIBEDIT
+  // Editing draws on the screen: output that goes to a file gets none.
+  if (isatty(STDOUT_FILENO)) return MakeEditLineReader(prompt, historyFile, std::move(words));
+#else
+  (void)historyFile;
+  (void)words;
+#endif
+  return std::make_unique<TerminalLineReader>(std::cin, std::cout, prompt);
+}
+
+std::string DefaultHistoryFile() {
+  const char* home = std::getenv("HOME");
+  if (!home || !*home) {
+    const passwd* user = getpwuid(getuid());
+    home = user ? user->pw_dir : nullptr;
+  }
+  if (!home || !*home) return "";
+  return std::string(home) + "/.zentor_history";
 }
 
 }  // namespace zhost

@@ -3,10 +3,13 @@
 // without touching the runner.
 #pragma once
 
+#include <functional>
 #include <istream>
+#include <memory>
 #include <optional>
 #include <ostream>
 #include <string>
+#include <vector>
 
 #include "TerminalSignals.h"
 
@@ -47,5 +50,20 @@ class TerminalLineReader final : public LineReader {
   TerminalSignals fSignals{false};
   bool fEnded = false;
 };
+
+// The words Tab may complete a name to; asked anew at each Tab, so that
+// variables made since count.
+using CompletionWords = std::function<std::vector<std::string>()>;
+
+// The reader of a session at the terminal of standard input and output.
+// Built with libedit: line editing, a history kept in `historyFile` (none
+// when empty) and Tab completion of `words`. Otherwise the plain
+// TerminalLineReader.
+std::unique_ptr<LineReader> MakeInteractiveReader(const std::string& prompt,
+                                                  const std::string& historyFile,
+                                                  CompletionWords words);
+
+// ~/.zentor_history; empty when there is no home folder to keep it in.
+std::string DefaultHistoryFile();
 
 }  // namespace zhost

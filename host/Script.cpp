@@ -81,6 +81,13 @@ std::vector<std::string> Script::FunctionNames() const {
   return names;
 }
 
+std::vector<std::string> Script::CompletionWords() const {
+  std::vector<std::string> words = FunctionNames();
+  for (const auto& [name, value] : fVariables) words.push_back(name);
+  for (const std::string& command : HostCommandNames()) words.push_back(":" + command);
+  return words;
+}
+
 void Script::RunLines(LineReader& reader) {
   int number = 0;
   while (const auto line = reader.ReadLine())

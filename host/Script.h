@@ -34,6 +34,8 @@ class Script : private ScriptCalls {
 
   // The names a call can use: declared functions and the host's own.
   std::vector<std::string> FunctionNames() const;
+  // What Tab completes to: those names, the variables and the ':' commands.
+  std::vector<std::string> CompletionWords() const;
 
   // The canonical text of a value, as a statement prints it.
   std::string Format(Zentor::IVariant* value);

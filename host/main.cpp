@@ -85,8 +85,9 @@ int main(int argc, char** argv) {
       script.RunLines(reader);
     } else if (interactive) {
       out.Line("zentor reference host; help lists the commands, Ctrl-D or :quit ends");
-      zhost::TerminalLineReader reader(std::cin, std::cout, "zentor> ");
-      script.RunLines(reader);
+      const auto reader = zhost::MakeInteractiveReader("zentor> ", zhost::DefaultHistoryFile(),
+                                                       [&] { return script.CompletionWords(); });
+      script.RunLines(*reader);
     } else {
       zhost::StreamLineReader reader(std::cin);
       script.RunLines(reader);

@@ -1,6 +1,6 @@
-// Unit tests of the help that comes with mistakes: how near two names
-// are, which names are offered for a misspelled one, and how a call with
-// the wrong kinds lists the overloads.
+// Unit tests of the help that comes with mistakes and Tab: how near two
+// names are, which names are offered for a misspelled one, how a call
+// with the wrong kinds lists the overloads, and what a prefix completes to.
 #include <gtest/gtest.h>
 
 #include "Hints.h"
@@ -85,6 +85,34 @@ TEST(Hints, NoOverloadListsSeveralOnePerLine) {
   EXPECT_STREQ(several.what(), "no overload JSON.SetSubNode (JSON,STRING,Widget); declared:");
   EXPECT_EQ(several.list, (Names{"JSON.SetSubNode (JSON,STRING,NUMBER)",
                                  "JSON.SetSubNode (JSON,STRING,STRING)", "JSON.SetSubNode ()"}));
+}
+
+TEST(Hints, CompletionExtendsAsFarAsTheChoicesAgree) {
+  const Names words = {"JSON.Get", "JSON.GetSubNode", "JSON.Size",  "ToString", "doc",
+                       "docs",     ":help",           ":functions", ":quit"};
+  struct Case {
+    const char* typed;
+    const char* insert;
+    Names choices;
+  } cases[] = {
+      {"JSON.Si", "ze", {"JSON.Size"}},
+      {"print JSON.Si", "ze", {"JSON.Size"}},
+      {"JSON.Size(do", "c", {"doc", "docs"}},
+      {"JSON.G", "et", {"JSON.Get", "JSON.GetSubNode"}},
+      {"JSON.Get", "", {"JSON.Get", "JSON.GetSubNode"}},
+      {"ToString", "", {"ToString"}},
+      {"x", "", {}},
+      {":h", "elp", {":help"}},
+      {"  :", "", {":functions", ":help", ":quit"}},
+      {"doc :h", "", {}},  // a command only starts a line
+      {"h", "", {}},       // nor does a name become one
+      {"", "", {"JSON.Get", "JSON.GetSubNode", "JSON.Size", "ToString", "doc", "docs"}},
+  };
+  for (const Case& c : cases) {
+    const Completion completion = Complete(c.typed, words);
+    EXPECT_EQ(completion.insert, c.insert) << c.typed;
+    EXPECT_EQ(completion.choices, c.choices) << c.typed;
+  }
 }
 
 }  // namespace
