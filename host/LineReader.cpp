@@ -59,6 +59,14 @@ std::unique_ptr<LineReader> MakeInteractiveReader(const std::string& prompt,
   return std::make_unique<TerminalLineReader>(std::cin, std::cout, prompt);
 }
 
+const char* LineEditor() {
+#ifdef ZENTOR_HAVE_LIBEDIT
+  return "libedit";
+#else
+  return nullptr;
+#endif
+}
+
 std::string DefaultHistoryFile() {
   const char* home = std::getenv("HOME");
   if (!home || !*home) {

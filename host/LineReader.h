@@ -63,6 +63,10 @@ std::unique_ptr<LineReader> MakeInteractiveReader(const std::string& prompt,
                                                   const std::string& historyFile,
                                                   CompletionWords words);
 
+// "libedit" when MakeInteractiveReader edits lines, null when it reads
+// them plainly.
+const char* LineEditor();
+
 // ~/.zentor_history; empty when there is no home folder to keep it in.
 std::string DefaultHistoryFile();
 
