@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "Hints.h"
 #include "Script.h"
 #include "ScriptLexer.h"
 
@@ -22,6 +23,7 @@ class Commands {
       : fHost(host), fScript(script), fOut(host.Out()), fArgs(Lex(text)) {}
 
   void Run();
+  static std::vector<std::string> Names();
 
  private:
   struct Command {
@@ -86,6 +88,12 @@ void Commands::Run() {
                                    [&](const Command& c) { return name == c.name; });
   if (found == std::end(kCommands)) throw ScriptError("unknown command :" + name + " (try :help)");
   (this->*found->run)();
+}
+
+std::vector<std::string> Commands::Names() {
+  std::vector<std::string> names{"help", "quit"};
+  for (const Command& command : kCommands) names.push_back(command.name);
+  return names;
 }
 
 std::vector<const LoadedModule*> Commands::ModulesArgument() {
@@ -182,7 +190,7 @@ void Commands::Functions() {
   }
   for (const std::string& function : names) {
     const auto overloads = fHost.OverloadsOf(function);
-    if (overloads.empty()) throw ScriptError("unknown function " + function);
+    if (overloads.empty()) throw Unknown("function", function, fHost.FunctionNames());
     for (const auto& overload : overloads)
       fOut.Line(Signature(function, overload->params) + " -> " + overload->result + " : " +
                 overload->symbol + (overload->entry ? "" : " (missing)") + " [" +
@@ -276,6 +284,10 @@ void Commands::NewInstance() {
 
 void RunHostCommand(Host& host, Script& script, const std::string& text) {
   Commands(host, script, text).Run();
+}
+
+std::vector<std::string> HostCommandNames() {
+  return Commands::Names();
 }
 
 }  // namespace zhost

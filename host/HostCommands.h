@@ -5,6 +5,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "Host.h"
 
@@ -15,5 +16,8 @@ class Script;
 // Runs the command `text` (the line after its ':'). Mistakes throw
 // ScriptError.
 void RunHostCommand(Host& host, Script& script, const std::string& text);
+
+// The command names without their ':', "quit" among them.
+std::vector<std::string> HostCommandNames();
 
 }  // namespace zhost

@@ -136,6 +136,13 @@ std::string FunctionList() {
 
 }  // namespace
 
+std::vector<std::string> HostFunctionNames() {
+  std::vector<std::string> names;
+  for (const HostFunction& function : kFunctions)
+    names.push_back(kPrefix + std::string(function.name));
+  return names;
+}
+
 std::optional<Variant> CallHostFunction(Host& host, const std::string& name,
                                         const Arguments& args) {
   if (name.rfind(kPrefix, 0) != 0 || !host.OverloadsOf(name).empty()) return std::nullopt;

@@ -6,6 +6,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "Host.h"
 #include "ScriptParser.h"
@@ -19,5 +20,8 @@ namespace zhost {
 std::optional<Zentor::AutoRefPtr<Zentor::IVariant>> CallHostFunction(Host& host,
                                                                      const std::string& name,
                                                                      const Arguments& args);
+
+// The names of the host functions, "Host.Clone" and so on.
+std::vector<std::string> HostFunctionNames();
 
 }  // namespace zhost

@@ -1,5 +1,15 @@
 #include "LineReader.h"
 
+#include <pwd.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <iostream>
+
+#ifdef ZENTOR_HAVE_LIBEDIT
+#include "EditLineReader.h"
+#endif
+
 namespace zhost {
 namespace {
 
@@ -16,12 +26,55 @@ std::optional<std::string> StreamLineReader::ReadLine() {
 }
 
 TerminalLineReader::~TerminalLineReader() {
-  fOut << '\n';
+  if (fEnded) fOut << '\n';
 }
 
 std::optional<std::string> TerminalLineReader::ReadLine() {
-  fOut << fPrompt << std::flush;
-  return GetLine(fIn);
+  // A Ctrl-C typed while the last statement ran has done its work: the
+  // session is still there.
+  TerminalSignals::TakeInterrupt();
+  for (;;) {
+    fOut << fPrompt << std::flush;
+    if (auto line = GetLine(fIn)) return line;
+    if (!TerminalSignals::TakeInterrupt()) break;
+    // The read was cut short by Ctrl-C: the terminal has dropped what was
+    // typed and echoed ^C.
+    fIn.clear();
+    fOut << '\n';
+  }
+  fEnded = true;
+  return std::nullopt;
+}
+
+std::unique_ptr<LineReader> MakeInteractiveReader(const std::string& prompt,
+                                                  const std::string& historyFile,
+                                                  CompletionWords words) {
+#ifdef ZENTOR_HAVE_LIBEDIT
+  // Editing draws on the screen: output that goes to a file gets none.
+  if (isatty(STDOUT_FILENO)) return MakeEditLineReader(prompt, historyFile, std::move(words));
+#else
+  (void)historyFile;
+  (void)words;
+#endif
+  return std::make_unique<TerminalLineReader>(std::cin, std::cout, prompt);
+}
+
+const char* LineEditor() {
+#ifdef ZENTOR_HAVE_LIBEDIT
+  return "libedit";
+#else
+  return nullptr;
+#endif
+}
+
+std::string DefaultHistoryFile() {
+  const char* home = std::getenv("HOME");
+  if (!home || !*home) {
+    const passwd* user = getpwuid(getuid());
+    home = user ? user->pw_dir : nullptr;
+  }
+  if (!home || !*home) return "";
+  return std::string(home) + "/.zentor_history";
 }
 
 }  // namespace zhost

@@ -3,10 +3,15 @@
 // without touching the runner.
 #pragma once
 
+#include <functional>
 #include <istream>
+#include <memory>
 #include <optional>
 #include <ostream>
 #include <string>
+#include <vector>
+
+#include "TerminalSignals.h"
 
 namespace zhost {
 
@@ -27,9 +32,10 @@ class StreamLineReader final : public LineReader {
   std::istream& fIn;
 };
 
-// Lines typed at a terminal: shows `prompt` before each one, and leaves
-// the terminal on a fresh line when the session ends, whether input ran
-// out or the script quit.
+// Lines typed at a terminal, as the terminal itself lets them be edited:
+// shows `prompt` before each one; Ctrl-C abandons the line being typed
+// (the terminal drops it) and prompts again; when input runs out, the
+// terminal is left on a fresh line.
 class TerminalLineReader final : public LineReader {
  public:
   TerminalLineReader(std::istream& in, std::ostream& out, std::string prompt)
@@ -41,6 +47,27 @@ class TerminalLineReader final : public LineReader {
   std::istream& fIn;
   std::ostream& fOut;
   std::string fPrompt;
+  TerminalSignals fSignals{false};
+  bool fEnded = false;
 };
+
+// The words Tab may complete a name to; asked anew at each Tab, so that
+// variables made since count.
+using CompletionWords = std::function<std::vector<std::string>()>;
+
+// The reader of a session at the terminal of standard input and output.
+// Built with libedit: line editing, a history kept in `historyFile` (none
+// when empty) and Tab completion of `words`. Otherwise the plain
+// TerminalLineReader.
+std::unique_ptr<LineReader> MakeInteractiveReader(const std::string& prompt,
+                                                  const std::string& historyFile,
+                                                  CompletionWords words);
+
+// "libedit" when MakeInteractiveReader edits lines, null when it reads
+// them plainly.
+const char* LineEditor();
+
+// ~/.zentor_history; empty when there is no home folder to keep it in.
+std::string DefaultHistoryFile();
 
 }  // namespace zhost

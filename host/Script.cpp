@@ -1,5 +1,6 @@
 #include "Script.h"
 
+#include "Hints.h"
 #include "HostCommands.h"
 #include "HostFunctions.h"
 
@@ -45,7 +46,13 @@ bool Script::RunLine(const std::string& rawLine, int lineNumber) {
   if (first == std::string::npos) return true;
   if (fEcho) fOut.Line("> " + line);
   if (line[first] == '#') return true;
+  fLastFailed = false;
   try {
+    // What a newcomer types first: no statement, but the way to :help.
+    if (const std::string word = line.substr(first); word == "help" || word == "?") {
+      RunHostCommand(fHost, *this, "help");
+      return true;
+    }
     if (line[first] != ':') {
       RunStatement(line);
       return true;
@@ -57,9 +64,28 @@ bool Script::RunLine(const std::string& rawLine, int lineNumber) {
     RunHostCommand(fHost, *this, command);
   } catch (const ScriptError& error) {
     ++fErrors;
-    fOut.Line("! script error at line " + std::to_string(lineNumber) + ": " + error.what());
+    fLastFailed = true;
+    // A message may quote what was typed; a stray escape byte in it must
+    // not drive the terminal.
+    fOut.Line("! script error at line " + std::to_string(lineNumber) + ": " +
+              Printable(error.what()));
+    for (const std::string& item : error.list) fOut.Line("  " + Printable(item));
   }
   return true;
+}
+
+std::vector<std::string> Script::FunctionNames() const {
+  std::vector<std::string> names = fHost.FunctionNames();
+  for (std::string& name : HostFunctionNames())
+    if (fHost.OverloadsOf(name).empty()) names.push_back(std::move(name));
+  return names;
+}
+
+std::vector<std::string> Script::CompletionWords() const {
+  std::vector<std::string> words = FunctionNames();
+  for (const auto& [name, value] : fVariables) words.push_back(name);
+  for (const std::string& command : HostCommandNames()) words.push_back(":" + command);
+  return words;
 }
 
 void Script::RunLines(LineReader& reader) {
@@ -110,11 +136,10 @@ ScriptValue Script::CallByName(const std::string& name, Arguments& args) {
   const auto overload = fHost.FindOverload(name, nullptr, words);
   if (!overload) {
     const auto candidates = fHost.OverloadsOf(name);
-    if (candidates.empty()) throw ScriptError("unknown function " + name);
-    std::string list;
-    for (const auto& candidate : candidates)
-      list += (list.empty() ? "" : "; ") + Signature(name, candidate->params);
-    throw ScriptError("no overload " + Signature(name, words) + "; declared: " + list);
+    if (candidates.empty()) throw Unknown("function", name, FunctionNames());
+    std::vector<std::vector<std::string>> declared;
+    for (const auto& candidate : candidates) declared.push_back(candidate->params);
+    throw NoOverload(name, words, declared);
   }
   if (!overload->entry)
     throw ScriptError("entry point " + overload->symbol + " of " + Signature(name, words) +

@@ -7,6 +7,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "Host.h"
 #include "LineReader.h"
@@ -28,6 +29,13 @@ class Script : private ScriptCalls {
   // Script errors so far (mistakes in the script itself, not reports of
   // modules).
   int Errors() const { return fErrors; }
+  // Whether the last statement or command run was such a mistake.
+  bool LastFailed() const { return fLastFailed; }
+
+  // The names a call can use: declared functions and the host's own.
+  std::vector<std::string> FunctionNames() const;
+  // What Tab completes to: those names, the variables and the ':' commands.
+  std::vector<std::string> CompletionWords() const;
 
   // The canonical text of a value, as a statement prints it.
   std::string Format(Zentor::IVariant* value);
@@ -46,6 +54,7 @@ class Script : private ScriptCalls {
   Output& fOut;
   bool fEcho;
   int fErrors = 0;
+  bool fLastFailed = false;
   Variables fVariables;
 };
 

@@ -13,6 +13,10 @@ namespace zhost {
 // A mistake in the script; the line is abandoned and the script goes on.
 struct ScriptError : std::runtime_error {
   using std::runtime_error::runtime_error;
+  ScriptError(const std::string& message, std::vector<std::string> items)
+      : std::runtime_error(message), list(std::move(items)) {}
+  // The items of a list the message ends with, shown one per line below it.
+  std::vector<std::string> list;
 };
 
 enum class Tok {

@@ -3,6 +3,8 @@
 #include <limits>
 #include <set>
 
+#include "Hints.h"
+
 namespace zhost {
 namespace {
 
@@ -99,7 +101,13 @@ class Parser {
     }
     if (kKeywords.count(word)) throw ScriptError("unexpected keyword " + word);
     const auto found = fVariables.find(word);
-    if (found == fVariables.end()) throw ScriptError("unknown variable " + word);
+    if (found == fVariables.end()) {
+      if (!fHost.OverloadsOf(word).empty())
+        throw ScriptError(word + " is a function: call it as " + word + "(...)");
+      std::vector<std::string> names;
+      for (const auto& [name, value] : fVariables) names.push_back(name);
+      throw Unknown("variable", word, names);
+    }
     return Plain(found->second);
   }
 

@@ -10,6 +10,7 @@
 #include "Host.h"
 #include "LineReader.h"
 #include "Script.h"
+#include "ZentorVersion.h"
 
 namespace {
 
@@ -20,8 +21,24 @@ const char kUsage[] =
     "  --no-json       do not load libzentor_json.so\n"
     "  --no-echo       do not echo script lines\n"
     "  -c STATEMENT    run one statement (repeatable) instead of a script\n"
+    "  --version       show the versions of zentor and of the modules it loads\n"
     "Without SCRIPT, reads statements from standard input, with a prompt when\n"
     "it is a terminal. The script language: docs/script-language.md.\n";
+
+// "zentor 1.16.0 (line editing: libedit)", then one line per loaded module
+// with the version its GetModuleVersion gives.
+void ShowVersions(const zhost::Host& host, zhost::Output& out) {
+  const char* editor = zhost::LineEditor();
+  out.Line(std::string("zentor ") + ZENTOR_JSON_VERSION +
+           " (line editing: " + (editor ? editor : "none") + ")");
+  for (const zhost::LoadedModule* module : host.Modules()) {
+    const zhost::MetadataEntry& version = module->metadata[0];
+    out.Line(module->name + " " +
+             (version.present && !version.isNull ? zhost::Printable(version.value)
+                                                 : std::string("(no version)")) +
+             " (" + module->FileName() + ")");
+  }
+}
 
 }  // namespace
 
@@ -30,6 +47,7 @@ int main(int argc, char** argv) {
   std::vector<std::string> statements;
   bool loadJson = true;
   bool echo = true;
+  bool version = false;
   std::string scriptPath;
   for (int i = 1; i < argc; ++i) {
     const std::string arg = argv[i];
@@ -41,6 +59,8 @@ int main(int argc, char** argv) {
       echo = false;
     } else if (arg == "-c" && i + 1 < argc) {
       statements.push_back(argv[++i]);
+    } else if (arg == "--version") {
+      version = true;
     } else if (arg == "--help" || arg == "-h") {
       std::cout << kUsage;
       return 0;
@@ -62,12 +82,16 @@ int main(int argc, char** argv) {
   for (const std::string& module : modules) {
     std::string error;
     if (!host.Load(module, error)) {
-      out.Line("! load: cannot load " + module + ": " + error);
+      out.Line("! load: cannot load " + zhost::Printable(module + ": " + error));
       loadFailed = true;
     }
   }
+  if (version) {
+    ShowVersions(host, out);
+    return loadFailed ? 1 : 0;
+  }
 
-  int errors = 0;
+  bool failed = false;
   {
     const bool interactive = statements.empty() && scriptPath.empty() && isatty(STDIN_FILENO);
     zhost::Script script(host, echo && !interactive);
@@ -84,14 +108,18 @@ int main(int argc, char** argv) {
       zhost::StreamLineReader reader(file);
       script.RunLines(reader);
     } else if (interactive) {
-      out.Line("zentor reference host; :help lists the commands, :quit ends");
-      zhost::TerminalLineReader reader(std::cin, std::cout, "zentor> ");
-      script.RunLines(reader);
+      out.Line(std::string("zentor ") + ZENTOR_JSON_VERSION +
+               "; help lists the commands, Ctrl-D or :quit ends");
+      const auto reader = zhost::MakeInteractiveReader("zentor> ", zhost::DefaultHistoryFile(),
+                                                       [&] { return script.CompletionWords(); });
+      script.RunLines(*reader);
     } else {
       zhost::StreamLineReader reader(std::cin);
       script.RunLines(reader);
     }
-    errors = script.Errors();
+    // A session at the terminal is judged by how it ended, not by the
+    // mistakes made and put right along the way; a script by all of them.
+    failed = interactive ? script.LastFailed() : script.Errors() > 0;
   }
-  return errors > 0 || loadFailed ? 1 : 0;
+  return failed || loadFailed ? 1 : 0;
 }

@@ -82,5 +82,56 @@ TEST_F(RunFixture, HelpListsEveryCommandInOneColumn) {
             ":quit                         stop\n");
 }
 
+TEST_F(RunFixture, HelpAndQuestionMarkShowTheCommandList) {
+  script.RunLine(":help", 1);
+  const std::string help = text.str();
+  for (const char* line : {"help", "?", "  help  "}) {
+    text.str("");
+    script.RunLine(line, 1);
+    EXPECT_EQ(text.str(), help) << line;
+  }
+}
+
+// Mistakes answer with what was probably meant, and show what was typed
+// without letting it drive the terminal.
+TEST_F(RunFixture, MistakesShowWhatWasMeant) {
+  std::string error;
+  ASSERT_TRUE(host.Load("libzentor_testmod.so", error)) << error;
+  ASSERT_TRUE(script.RunLine("let counter = 1", 1));
+  struct Case {
+    const char* line;
+    const char* printed;
+  } cases[] = {
+      {"\x1b[A", "! script error at line 1: unexpected character '\\x1b' at column 1\n"},
+      {":functions Test.Thorw",
+       "! script error at line 1: unknown function Test.Thorw; did you mean Test.Throw?\n"},
+      {"countr", "! script error at line 1: unknown variable countr; did you mean counter?\n"},
+      {"Test.Status",
+       "! script error at line 1: Test.Status is a function: call it as Test.Status(...)\n"},
+      {"Test.Throw(true)",
+       "! script error at line 1: no overload Test.Throw (BOOLEAN); declared:\n"
+       "  Test.Throw (STRING)\n"
+       "  Test.Throw (NUMBER)\n"},
+  };
+  for (const Case& c : cases) {
+    text.str("");
+    script.RunLine(c.line, 1);
+    EXPECT_EQ(text.str(), c.printed) << c.line;
+  }
+}
+
+// How a terminal session ends depends on its last statement alone.
+TEST_F(RunFixture, LastFailedFollowsTheLastStatement) {
+  struct Step {
+    const char* line;
+    bool failed;
+  } steps[] = {{"nope", true},  {"", true},      {"# note", true},   {"1", false},
+               {":nope", true}, {"help", false}, {"let x = y", true}};
+  for (const Step& step : steps) {
+    script.RunLine(step.line, 1);
+    EXPECT_EQ(script.LastFailed(), step.failed) << step.line;
+  }
+}
+
 }  // namespace
 }  // namespace zhost
