@@ -1,11 +1,10 @@
 #include "Host.h"
 
-#include <dlfcn.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <climits>
 #include <cstring>
+
+#include "Platform.h"
 
 namespace zhost {
 
@@ -56,11 +55,14 @@ std::string Str(const char* text) {
   return text ? text : "";
 }
 
+// A module's name is its file name without "lib" and the system's suffix.
 std::string ModuleName(const std::string& path) {
-  std::string name = path.substr(path.find_last_of('/') + 1);
+  std::string name = path.substr(path.find_last_of("/\\") + 1);
   if (name.rfind("lib", 0) == 0) name = name.substr(3);
-  const size_t so = name.find(".so");
-  if (so != std::string::npos) name = name.substr(0, so);
+  for (const char* suffix : {".so", kModuleSuffix}) {
+    const size_t at = name.find(suffix);
+    if (at != std::string::npos) name = name.substr(0, at);
+  }
   return name;
 }
 
@@ -190,37 +192,40 @@ Host::Host(Output& out) : fOut(out), fContext(new HostContext(*this)) {}
 Host::~Host() = default;
 
 std::string Host::ExecutableDir() {
-  char path[PATH_MAX];
-  const ssize_t length = readlink("/proc/self/exe", path, sizeof path - 1);
-  if (length <= 0) return ".";
-  std::string text(path, static_cast<size_t>(length));
-  const size_t slash = text.find_last_of('/');
-  return slash == std::string::npos ? std::string(".") : text.substr(0, slash);
+  const std::string path = ExecutablePath();
+  const size_t slash = path.find_last_of('/');
+  return slash == std::string::npos ? std::string(".") : path.substr(0, slash);
 }
 
 bool Host::Load(const std::string& location, std::string& error) {
   std::string path = location;
   if (location.find('/') == std::string::npos) {
     // Beside the host in a build tree; in the library folder of an
-    // installed one (bin/zentor with lib/libzentor_json.so).
-    for (const char* folder : {"", ZENTOR_INSTALLED_MODULE_DIR}) {
-      const std::string local = ExecutableDir() + "/" + folder + location;
-      if (access(local.c_str(), F_OK) == 0) {
-        path = local;
-        break;
+    // installed one (bin/zentor with lib/libzentor_json.so). A name given
+    // with ".so" also finds the module under the system's own suffix
+    // (libzentor_json.dll on Windows), so scripts name modules alike
+    // everywhere.
+    std::vector<std::string> names{location};
+    const size_t so = location.rfind(".so");
+    if (so != std::string::npos && so + 3 == location.size())
+      names.push_back(location.substr(0, so) + kModuleSuffix);
+    bool found = false;
+    for (const std::string& name : names) {
+      for (const char* folder : {"", ZENTOR_INSTALLED_MODULE_DIR}) {
+        const std::string local = ExecutableDir() + "/" + folder + name;
+        if (!found && FileExists(local)) {
+          path = local;
+          found = true;
+        }
       }
     }
   }
-  void* handle = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
-  if (!handle) {
-    const char* reason = dlerror();
-    error = reason ? reason : ("cannot open " + path);
-    return false;
-  }
+  LibraryHandle handle = OpenLibrary(path, error);
+  if (!handle) return false;
   for (const LoadedModule* loaded : Modules()) {
     if (loaded->handle == handle) {
       // The same library again: dlopen only counted one more reference.
-      dlclose(handle);
+      CloseLibrary(handle);
       error = "already loaded as " + loaded->name;
       return false;
     }
@@ -232,7 +237,8 @@ bool Host::Load(const std::string& location, std::string& error) {
   for (const char* exportName : kMetadataExports) {
     MetadataEntry entry;
     entry.name = exportName;
-    if (auto getter = reinterpret_cast<Zentor::ZentorMetadataGetter>(dlsym(handle, exportName))) {
+    if (auto getter =
+            reinterpret_cast<Zentor::ZentorMetadataGetter>(LibrarySymbol(handle, exportName))) {
       entry.present = true;
       const char* value = nullptr;
       std::string exception;
@@ -243,18 +249,18 @@ bool Host::Load(const std::string& location, std::string& error) {
     }
     module->metadata.push_back(std::move(entry));
   }
-  module->definitionGetter =
-      reinterpret_cast<Zentor::ZentorDefinitionGetter>(dlsym(handle, "GetModuleDefinition"));
+  module->definitionGetter = reinterpret_cast<Zentor::ZentorDefinitionGetter>(
+      LibrarySymbol(handle, "GetModuleDefinition"));
   if (!module->definitionGetter) {
     error = path + " has no GetModuleDefinition export";
-    dlclose(handle);
+    CloseLibrary(handle);
     return false;
   }
   const char* definition = nullptr;
   std::string exception;
   if (!Guarded([&] { definition = module->definitionGetter(this); }, exception)) {
     error = "GetModuleDefinition of " + path + " threw " + exception;
-    dlclose(handle);
+    CloseLibrary(handle);
     return false;
   }
   module->definition = Str(definition);
@@ -278,7 +284,7 @@ bool Host::Load(const std::string& location, std::string& error) {
     registered.factorySymbol = type.factory;
     registered.flags = type.flags;
     registered.factory =
-        reinterpret_cast<Zentor::ZentorTypeFactory>(dlsym(handle, type.factory.c_str()));
+        reinterpret_cast<Zentor::ZentorTypeFactory>(LibrarySymbol(handle, type.factory.c_str()));
     registered.module = module.get();
     if (!registered.factory) fMissing.push_back({module.get(), type.factory, type.text});
     fTypes.push_back(std::move(registered));
@@ -290,7 +296,7 @@ bool Host::Load(const std::string& location, std::string& error) {
     overload->params = function.params;
     overload->symbol = function.symbol;
     overload->entry =
-        reinterpret_cast<Zentor::ZentorFunction>(dlsym(handle, function.symbol.c_str()));
+        reinterpret_cast<Zentor::ZentorFunction>(LibrarySymbol(handle, function.symbol.c_str()));
     overload->module = module.get();
     overload->text = function.text;
     if (!overload->entry) fMissing.push_back({module.get(), function.symbol, function.text});
@@ -413,7 +419,7 @@ std::vector<MissingSymbol> Host::Missing() const {
 void* Host::FindSymbol(const std::string& symbol, const LoadedModule** module) const {
   std::lock_guard<std::mutex> lock(fMutex);
   for (const auto& loaded : fModules) {
-    if (void* address = dlsym(loaded->handle, symbol.c_str())) {
+    if (void* address = LibrarySymbol(loaded->handle, symbol.c_str())) {
       if (module) *module = loaded.get();
       return address;
     }

@@ -1,10 +1,9 @@
 #include "LineReader.h"
 
-#include <pwd.h>
-#include <unistd.h>
-
 #include <cstdlib>
 #include <iostream>
+
+#include "Platform.h"
 
 #ifdef ZENTOR_HAVE_LIBEDIT
 #include "EditLineReader.h"
@@ -51,7 +50,7 @@ std::unique_ptr<LineReader> MakeInteractiveReader(const std::string& prompt,
                                                   CompletionWords words) {
 #ifdef ZENTOR_HAVE_LIBEDIT
   // Editing draws on the screen: output that goes to a file gets none.
-  if (isatty(STDOUT_FILENO)) return MakeEditLineReader(prompt, historyFile, std::move(words));
+  if (IsTerminal(1)) return MakeEditLineReader(prompt, historyFile, std::move(words));
 #else
   (void)historyFile;
   (void)words;
@@ -68,13 +67,8 @@ const char* LineEditor() {
 }
 
 std::string DefaultHistoryFile() {
-  const char* home = std::getenv("HOME");
-  if (!home || !*home) {
-    const passwd* user = getpwuid(getuid());
-    home = user ? user->pw_dir : nullptr;
-  }
-  if (!home || !*home) return "";
-  return std::string(home) + "/.zentor_history";
+  const std::string home = HomeDirectory();
+  return home.empty() ? home : home + "/.zentor_history";
 }
 
 }  // namespace zhost

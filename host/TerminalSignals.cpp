@@ -8,9 +8,14 @@ volatile sig_atomic_t gResized = 0;
 
 void Note(int signal) {
   if (signal == SIGINT) gInterrupted = 1;
+#if defined(_WIN32)
+  ::signal(SIGINT, Note);  // the handler does not stay installed there
+#else
   if (signal == SIGWINCH) gResized = 1;
+#endif
 }
 
+#if !defined(_WIN32)
 void Catch(int signal, struct sigaction& old) {
   struct sigaction action {};
   action.sa_handler = Note;
@@ -18,6 +23,7 @@ void Catch(int signal, struct sigaction& old) {
   action.sa_flags = 0;  // no SA_RESTART: the read in progress must return
   sigaction(signal, &action, &old);
 }
+#endif
 
 bool Take(volatile sig_atomic_t& flag) {
   const bool set = flag != 0;
@@ -30,13 +36,21 @@ bool Take(volatile sig_atomic_t& flag) {
 TerminalSignals::TerminalSignals(bool resize) : fResize(resize) {
   gInterrupted = 0;
   gResized = 0;
+#if defined(_WIN32)
+  fOldInterrupt = ::signal(SIGINT, Note);
+#else
   Catch(SIGINT, fOldInterrupt);
   if (fResize) Catch(SIGWINCH, fOldResize);
+#endif
 }
 
 TerminalSignals::~TerminalSignals() {
+#if defined(_WIN32)
+  ::signal(SIGINT, fOldInterrupt);
+#else
   sigaction(SIGINT, &fOldInterrupt, nullptr);
   if (fResize) sigaction(SIGWINCH, &fOldResize, nullptr);
+#endif
 }
 
 bool TerminalSignals::TakeInterrupt() {

@@ -1,8 +1,9 @@
 // The signals an interactive session catches instead of dying of them:
 // Ctrl-C (SIGINT) abandons the line being typed and keeps the session
-// with its variables; a resized window (SIGWINCH) makes the line editor
-// draw the line anew. They are caught without SA_RESTART, so that a read
-// waiting for a key returns early and the reader can act on them.
+// with its variables; a resized window (SIGWINCH, where the system has it)
+// makes the line editor draw the line anew. On POSIX systems they are
+// caught without SA_RESTART, so that a read waiting for a key returns early
+// and the reader can act on them.
 #pragma once
 
 #include <signal.h>
@@ -24,8 +25,12 @@ class TerminalSignals {
 
  private:
   bool fResize;
+#if defined(_WIN32)
+  void (*fOldInterrupt)(int) = nullptr;
+#else
   struct sigaction fOldInterrupt {};
   struct sigaction fOldResize {};
+#endif
 };
 
 }  // namespace zhost

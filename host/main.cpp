@@ -1,6 +1,5 @@
 // zentor: the reference host. Loads the JSON module (and any other module
 // named on the command line) and runs scripts against them.
-#include <unistd.h>
 
 #include <fstream>
 #include <iostream>
@@ -9,6 +8,7 @@
 
 #include "Host.h"
 #include "LineReader.h"
+#include "Platform.h"
 #include "Script.h"
 #include "ZentorVersion.h"
 
@@ -43,6 +43,7 @@ void ShowVersions(const zhost::Host& host, zhost::Output& out) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  zhost::UseBinaryOutput();
   std::vector<std::string> modules;
   std::vector<std::string> statements;
   bool loadJson = true;
@@ -93,7 +94,7 @@ int main(int argc, char** argv) {
 
   bool failed = false;
   {
-    const bool interactive = statements.empty() && scriptPath.empty() && isatty(STDIN_FILENO);
+    const bool interactive = statements.empty() && scriptPath.empty() && zhost::IsTerminal(0);
     zhost::Script script(host, echo && !interactive);
     if (!statements.empty()) {
       int line = 0;

@@ -15,98 +15,13 @@
 #include <malloc.h>
 #endif
 
+#if defined(_WIN32)
+#include <windows.h>
+#endif
+
 #include "Mjson.h"
 #include "MjsonPool.h"
 #include "MjsonScratch.h"
-
-// ---------------------------------------------------------------------------
-// Releasing values
-//
-// Values whose last reference went away while another value was being
-// deleted wait in a per-thread list; the outermost deletion drains it, so
-// tearing down a tree never nests destructor calls more than one level deep.
-
-namespace {
-
-// The C library keeps freed blocks in its heap, resident, until it is told
-// to give their pages back; other systems' allocators do that themselves.
-// Called after freeing something large, so its cost is proportional.
-void ReturnFreedPages() {
-#if defined(__GLIBC__)
-  malloc_trim(0);
-#endif
-}
-
-// Set once this thread's list is destroyed at thread or process exit; a
-// value released later (a static freed during static destruction, say) is
-// then deleted directly.
-thread_local bool tPendingGone = false;
-
-struct PendingDeletes {
-  std::vector<const JsonUseCounted*> items;
-  bool active = false;
-  ~PendingDeletes() { tPendingGone = true; }
-};
-
-thread_local PendingDeletes tPending;
-
-// A list that grew past this while freeing a wide tree gives its memory
-// back once drained.
-constexpr size_t kPendingKeep = 4096;
-
-// Blocks at least this big come from the general heap; after freeing one,
-// the heap's free pages go back to the system. Smaller frees do not pay for
-// that: a program that parses and frees documents in a loop would give
-// pages back and fault them in again every time.
-constexpr size_t kLargeBlock = 1 << 20;
-
-}  // namespace
-
-void JsonUseCounted::Destroy() const noexcept {
-  if (tPendingGone) [[unlikely]] {
-    delete this;
-    return;
-  }
-  PendingDeletes& pending = tPending;
-  if (pending.active) {
-    pending.items.push_back(this);
-    return;
-  }
-  pending.active = true;
-  delete this;
-  while (!pending.items.empty()) {
-    const JsonUseCounted* next = pending.items.back();
-    pending.items.pop_back();
-    delete next;
-  }
-  if (pending.items.capacity() > kPendingKeep) {
-    const bool large = pending.items.capacity() * sizeof(void*) >= kLargeBlock;
-    pending.items.shrink_to_fit();
-    if (large) ReturnFreedPages();
-  }
-  pending.active = false;
-}
-
-// ---------------------------------------------------------------------------
-// Parser scratch vectors (MjsonScratch.h)
-
-namespace {
-
-struct ThreadScratch {
-  mjson::ScratchSlot slots[static_cast<size_t>(mjson::ScratchUse::kCount)];
-  ~ThreadScratch() {
-    for (mjson::ScratchSlot& slot : slots)
-      if (slot.object) slot.destroy(slot.object);
-  }
-};
-
-thread_local ThreadScratch tScratch;
-
-}  // namespace
-
-mjson::ScratchSlot& mjson::ThreadScratchSlot(ScratchUse use) {
-  return tScratch.slots[static_cast<size_t>(use)];
-}
 
 // ---------------------------------------------------------------------------
 // Node allocation
@@ -133,6 +48,21 @@ mjson::ScratchSlot& mjson::ThreadScratchSlot(ScratchUse use) {
 
 namespace mjson::pool {
 namespace {
+
+// The C library keeps freed blocks in its heap, resident, until it is told
+// to give their pages back; other systems' allocators do that themselves.
+// Called after freeing something large, so its cost is proportional.
+void ReturnFreedPages() {
+#if defined(__GLIBC__)
+  malloc_trim(0);
+#endif
+}
+
+// Blocks at least this big come from the general heap; after freeing one,
+// the heap's free pages go back to the system. Smaller frees do not pay for
+// that: a program that parses and frees documents in a loop would give
+// pages back and fault them in again every time.
+constexpr size_t kLargeBlock = 1 << 20;
 
 constexpr size_t kSlabBytes = 64 * 1024;
 // Free bytes the shared pool holds before it looks for slabs to give back,
@@ -291,8 +221,12 @@ SharedPool& Shared() {
   return *pool;
 }
 
-void FlushThreadCache() {
-  ThreadCache& t = tCache;
+// True when this thread's cache can be used; brings it to life on first use
+// (the per-thread state, below).
+bool CacheReady();
+
+// Gives the cache's nodes to the shared pool, at the end of its thread.
+void FlushThreadCache(ThreadCache& t) {
   t.state = ThreadCache::kFlushed;
   RetireSlab(t.cut);
   t.cut = t.cutEnd = nullptr;
@@ -304,25 +238,10 @@ void FlushThreadCache() {
   }
 }
 
-struct ThreadCacheFlusher {
-  ~ThreadCacheFlusher() { FlushThreadCache(); }
-};
-
-// True when the cache can be used; brings it to life on first use.
-bool CacheReady() {
-  ThreadCache& t = tCache;
-  if (t.state != ThreadCache::kUnused) return t.state == ThreadCache::kLive;
-  static thread_local ThreadCacheFlusher flusher;  // registers the flush
-  (void)flusher;
-  for (size_t cls = 0; cls < kClasses; ++cls) t.classes[cls].room = BatchNodes(cls);
-  t.state = ThreadCache::kLive;
-  return true;
-}
-
 // The current list is full: it becomes a full batch, and the oldest full
 // batch goes to the shared pool when there is no room left.
 void Retire(size_t cls) {
-  ClassCache& c = tCache.classes[cls];
+  ClassCache& c = Cache().classes[cls];
   if (c.full == kLocalBatches) {
     Shared().Put(cls, c.batches[0]);
     std::copy(c.batches + 1, c.batches + kLocalBatches, c.batches);
@@ -334,7 +253,7 @@ void Retire(size_t cls) {
 }
 
 void Refill(size_t cls) {
-  ThreadCache& t = tCache;
+  ThreadCache& t = Cache();
   ClassCache& c = t.classes[cls];
   Batch batch;
   if (c.full > 0) {
@@ -364,11 +283,9 @@ void Refill(size_t cls) {
 
 }  // namespace
 
-constinit thread_local ThreadCache tCache{};
-
 void* AllocateSlow(size_t cls) {
   if (!CacheReady()) return Shared().AllocateOne(cls);
-  ClassCache& c = tCache.classes[cls];
+  ClassCache& c = Cache().classes[cls];
   if (!c.head) Refill(cls);
   FreeNode* node = c.head;
   c.head = node->next;
@@ -383,7 +300,7 @@ void FreeSlow(size_t cls, void* p) noexcept {
     Shared().Put(cls, Batch{node, 1});
     return;
   }
-  ClassCache& c = tCache.classes[cls];
+  ClassCache& c = Cache().classes[cls];
   if (c.room == 0) Retire(cls);
   node->next = c.head;
   c.head = node;
@@ -395,7 +312,172 @@ void FreeUnpooled(void* p, size_t size) noexcept {
   if (kPoolNodes && size >= kLargeBlock) ReturnFreedPages();
 }
 
+// ---------------------------------------------------------------------------
+// Per-thread state
+//
+// Each thread has a node cache, a queue of values waiting to be deleted, and
+// the parsers' scratch vectors. When the thread ends they are given back:
+// the cache's nodes to the shared pool, the vectors to the heap.
+//
+// On most systems the cache is thread storage of its own, which the
+// allocation fast paths reach directly, and one thread_local object ends
+// the state in its destructor. Where the compiler emulates thread storage
+// (MinGW), that storage is already freed when thread_local destructors run;
+// there the whole state, cache included, is a heap object that the callback
+// of a fiber-local slot ends. The callback receives the object itself and
+// touches no thread storage.
+
+namespace {
+
+// Values whose last reference went away while another value was being
+// deleted wait here; the outermost deletion drains the list, so tearing
+// down a tree never nests destructor calls more than one level deep.
+struct PendingDeletes {
+  std::vector<const JsonUseCounted*> items;
+  bool active = false;
+};
+
+struct ThreadState {
+  PendingDeletes pending;
+  ScratchSlot scratch[static_cast<size_t>(ScratchUse::kCount)];
+#if defined(MJSON_STATE_ON_HEAP)
+  ThreadCache cache{};
+#endif
+};
+
+void EndThread(ThreadState& state, ThreadCache& cache) {
+  if (cache.state == ThreadCache::kLive) FlushThreadCache(cache);
+  cache.state = ThreadCache::kFlushed;
+  for (ScratchSlot& slot : state.scratch)
+    if (slot.object) slot.destroy(slot.object);
+}
+
+#if defined(MJSON_STATE_ON_HEAP)
+
+void WINAPI EndThreadCallback(void* p) {
+  auto* state = static_cast<ThreadState*>(p);
+  EndThread(*state, state->cache);
+  delete state;
+}
+
+DWORD StateSlot() {
+  static const DWORD slot = FlsAlloc(EndThreadCallback);
+  return slot;
+}
+
+constinit thread_local ThreadState* tState = nullptr;
+
+// The thread's state, made on first use. The fiber-local slot is asked
+// when thread storage has nothing: it outlives thread storage.
+ThreadState* State() {
+  if (ThreadState* state = tState) return state;
+  auto* state = static_cast<ThreadState*>(FlsGetValue(StateSlot()));
+  if (!state) {
+    state = new ThreadState();
+    FlsSetValue(StateSlot(), state);
+  }
+  tState = state;
+  return state;
+}
+
+ThreadCache& StateCache() {
+  ThreadCache& cache = State()->cache;
+  tCachePtr = &cache;
+  return cache;
+}
+
+#else
+
+// Set when the thread's state has ended (at thread or process exit); a
+// value released later, say by a static freed during static destruction,
+// is then deleted directly, and nodes go to the shared pool.
+constinit thread_local bool tEnded = false;
+
+struct ThreadStateHolder {
+  ThreadState state;
+  ~ThreadStateHolder() {
+    EndThread(state, tCache);
+    tEnded = true;
+  }
+};
+
+thread_local ThreadStateHolder tHolder;
+
+ThreadState* State() {
+  return tEnded ? nullptr : &tHolder.state;
+}
+
+ThreadCache& StateCache() {
+  State();  // the state ends the cache with the thread
+  return tCache;
+}
+
+#endif
+
+// True when the cache can be used; brings it to life on first use.
+bool CacheReady() {
+  ThreadCache& cache = Cache();
+  if (cache.state != ThreadCache::kUnused) return cache.state == ThreadCache::kLive;
+  ThreadCache& t = StateCache();
+  if (t.state == ThreadCache::kUnused) {
+    for (size_t cls = 0; cls < kClasses; ++cls) t.classes[cls].room = BatchNodes(cls);
+    t.state = ThreadCache::kLive;
+  }
+  return t.state == ThreadCache::kLive;
+}
+
+}  // namespace
+
+#if defined(MJSON_STATE_ON_HEAP)
+ThreadCache gUnusedCache{};
+constinit thread_local ThreadCache* tCachePtr = nullptr;
+#else
+constinit thread_local ThreadCache tCache{};
+#endif
+
 }  // namespace mjson::pool
+
+// ---------------------------------------------------------------------------
+// Releasing values
+
+namespace {
+
+// A list that grew past this while freeing a wide tree gives its memory
+// back once drained.
+constexpr size_t kPendingKeep = 4096;
+
+}  // namespace
+
+void JsonUseCounted::Destroy() const noexcept {
+  mjson::pool::ThreadState* state = mjson::pool::State();
+  if (!state) [[unlikely]] {
+    delete this;
+    return;
+  }
+  mjson::pool::PendingDeletes& pending = state->pending;
+  if (pending.active) {
+    pending.items.push_back(this);
+    return;
+  }
+  pending.active = true;
+  delete this;
+  while (!pending.items.empty()) {
+    const JsonUseCounted* next = pending.items.back();
+    pending.items.pop_back();
+    delete next;
+  }
+  if (pending.items.capacity() > kPendingKeep) {
+    const bool large = pending.items.capacity() * sizeof(void*) >= mjson::pool::kLargeBlock;
+    pending.items.shrink_to_fit();
+    if (large) mjson::pool::ReturnFreedPages();
+  }
+  pending.active = false;
+}
+
+mjson::ScratchSlot* mjson::ThreadScratchSlot(ScratchUse use) {
+  pool::ThreadState* state = pool::State();
+  return state ? &state->scratch[static_cast<size_t>(use)] : nullptr;
+}
 
 void* JsonPoolAllocate(size_t size) {
   return mjson::pool::Allocate(size);

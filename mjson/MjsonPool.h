@@ -61,7 +61,25 @@ struct ThreadCache {
   enum State : uint8_t { kUnused, kLive, kFlushed } state;
 };
 
+// This thread's cache. On most systems it is thread storage, reached
+// directly. Under emulated thread storage (MinGW), which is freed before
+// thread_local destructors run, it lives on the heap with the rest of the
+// thread's state (MjsonPool.cpp): thread storage then holds a pointer, and
+// a thread without a cache yet sees an unused one that is never written.
+#if defined(_WIN32)
+#define MJSON_STATE_ON_HEAP 1
+extern ThreadCache gUnusedCache;
+extern constinit thread_local ThreadCache* tCachePtr;
+inline ThreadCache& Cache() {
+  ThreadCache* cache = tCachePtr;
+  return cache ? *cache : gUnusedCache;
+}
+#else
 extern constinit thread_local ThreadCache tCache;
+inline ThreadCache& Cache() {
+  return tCache;
+}
+#endif
 
 [[gnu::noinline, gnu::cold]] void* AllocateSlow(size_t cls);
 [[gnu::noinline, gnu::cold]] void FreeSlow(size_t cls, void* p) noexcept;
@@ -71,7 +89,7 @@ extern constinit thread_local ThreadCache tCache;
 inline void* Allocate(size_t size) {
   if (!kPoolNodes || size - 1 >= kGranule * kClasses) return ::operator new(size);
   size_t cls = (size - 1) / kGranule;
-  ClassCache& c = tCache.classes[cls];
+  ClassCache& c = Cache().classes[cls];
   FreeNode* node = c.head;
   if (!node) [[unlikely]]
     return AllocateSlow(cls);
@@ -87,7 +105,7 @@ inline void Free(void* p, size_t size) noexcept {
     return;
   }
   size_t cls = (size - 1) / kGranule;
-  ClassCache& c = tCache.classes[cls];
+  ClassCache& c = Cache().classes[cls];
   if (c.room == 0) [[unlikely]] {
     FreeSlow(cls, p);
     return;

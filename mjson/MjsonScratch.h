@@ -28,12 +28,13 @@ enum class ScratchUse : size_t {
 };
 
 // This thread's slot for `use`: an owned object and how to destroy it,
-// both null while the slot is empty (or lent out).
+// both null while the slot is empty (or lent out). ThreadScratchSlot gives
+// null once the thread's state has ended (at thread or process exit).
 struct ScratchSlot {
   void* object = nullptr;
   void (*destroy)(void*) = nullptr;
 };
-ScratchSlot& ThreadScratchSlot(ScratchUse use);
+ScratchSlot* ThreadScratchSlot(ScratchUse use);
 
 template <class T, ScratchUse kUse>
 class Scratch {
@@ -42,12 +43,12 @@ class Scratch {
   ~Scratch() {
     fVector->clear();
     if (fVector->capacity() * sizeof(T) > kKeepBytes) fVector->shrink_to_fit();
-    ScratchSlot& slot = ThreadScratchSlot(kUse);
-    if (slot.object) {
+    ScratchSlot* slot = ThreadScratchSlot(kUse);
+    if (!slot || slot->object) {
       delete fVector;
     } else {
-      slot.object = fVector;
-      slot.destroy = [](void* p) { delete static_cast<std::vector<T>*>(p); };
+      slot->object = fVector;
+      slot->destroy = [](void* p) { delete static_cast<std::vector<T>*>(p); };
     }
   }
   Scratch(const Scratch&) = delete;
@@ -59,10 +60,10 @@ class Scratch {
   static constexpr size_t kKeepBytes = 1 << 20;
 
   static std::vector<T>* Take() {
-    ScratchSlot& slot = ThreadScratchSlot(kUse);
-    if (!slot.object) return new std::vector<T>();
-    auto* vector = static_cast<std::vector<T>*>(slot.object);
-    slot.object = nullptr;
+    ScratchSlot* slot = ThreadScratchSlot(kUse);
+    if (!slot || !slot->object) return new std::vector<T>();
+    auto* vector = static_cast<std::vector<T>*>(slot->object);
+    slot->object = nullptr;
     return vector;
   }
 

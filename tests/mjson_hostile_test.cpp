@@ -3,7 +3,9 @@
 // (order, lookups, output) of an ordinary object; a huge document must give
 // its memory back when it dies.
 #include <gtest/gtest.h>
+#if defined(__linux__)
 #include <unistd.h>
+#endif
 
 #include <algorithm>
 #include <chrono>
@@ -111,12 +113,16 @@ TEST(HostileInput, CollidingKeysParseLikeOrdinaryOnes) {
 // Resident memory of this process in bytes, or 0 where the system does not
 // tell.
 size_t ResidentBytes() {
+#if defined(__linux__)
   FILE* f = std::fopen("/proc/self/statm", "r");
   if (!f) return 0;
   unsigned long size = 0, resident = 0;
   const int read = std::fscanf(f, "%lu %lu", &size, &resident);
   std::fclose(f);
   return read == 2 ? resident * static_cast<size_t>(sysconf(_SC_PAGESIZE)) : 0;
+#else
+  return 0;
+#endif
 }
 
 // A large document, once freed, leaves the process about as big as it was.

@@ -8,12 +8,12 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <barrier>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "Mjson.h"
+#include "support/TestBarrier.h"
 
 namespace {
 
@@ -48,7 +48,7 @@ TEST(MjsonThreads, ReadersOfOneTreeAgree) {
   std::atomic<int> wrong{0};
   ValuePtr shared;
   int round = 0;
-  std::barrier sync(kThreads, [&]() noexcept {
+  TestBarrier sync(kThreads, [&] {
     ++round;
     shared = Parse(kDocument);
   });
@@ -56,7 +56,7 @@ TEST(MjsonThreads, ReadersOfOneTreeAgree) {
   auto reader = [&](int id) {
     const ValuePtr mine = Parse(kDocument);  // this thread's own, to compare with
     for (int r = 0; r < kRounds; ++r) {
-      sync.arrive_and_wait();
+      sync.ArriveAndWait();
       const ValuePtr doc = shared;
       std::string text;
       switch ((id + r) % 5) {
@@ -109,15 +109,15 @@ TEST(MjsonThreads, ChildrenReleasedOnOtherThreads) {
 
   std::atomic<int> wrong{0};
   ValuePtr parent;
-  std::barrier sync(kThreads + 1);
+  TestBarrier sync(kThreads + 1);
   auto holder = [&](int id) {
     for (int r = 0; r < 200; ++r) {
-      sync.arrive_and_wait();  // the parent is ready
+      sync.ArriveAndWait();  // the parent is ready
       std::vector<ValuePtr> held;
       auto* array = static_cast<JsonArray*>(parent.get());
       for (size_t i = static_cast<size_t>(id); i < array->Size(); i += kThreads)
         held.push_back(array->AtIndex(i));
-      sync.arrive_and_wait();  // the parent is dropped while children are held
+      sync.ArriveAndWait();  // the parent is dropped while children are held
       for (size_t k = 0; k < held.size(); ++k) {
         const size_t i = static_cast<size_t>(id) + k * kThreads;
         const double want = i % 2 ? 1.5 : 2.25;
@@ -137,8 +137,8 @@ TEST(MjsonThreads, ChildrenReleasedOnOtherThreads) {
   for (int id = 0; id < kThreads; ++id) threads.emplace_back(holder, id);
   for (int r = 0; r < 200; ++r) {
     parent = Parse(text);
-    sync.arrive_and_wait();
-    sync.arrive_and_wait();
+    sync.ArriveAndWait();
+    sync.ArriveAndWait();
     parent.reset();
   }
   for (std::thread& t : threads) t.join();
@@ -159,14 +159,14 @@ TEST(MjsonThreads, DocumentsFreedOnOtherThreadsWhilePoolShrinks) {
   text += "]";
   std::atomic<int> wrong{0};
   std::vector<ValuePtr> handOver(kThreads);
-  std::barrier sync(kThreads);
+  TestBarrier sync(kThreads);
   auto worker = [&](int id) {
     for (int r = 0; r < 8; ++r) {
       handOver[static_cast<size_t>(id)] = Parse(text);
-      sync.arrive_and_wait();
+      sync.ArriveAndWait();
       // Take the neighbour's document, check it and free it here.
       ValuePtr doc = std::move(handOver[static_cast<size_t>((id + 1) % kThreads)]);
-      sync.arrive_and_wait();
+      sync.ArriveAndWait();
       const auto* array = static_cast<const JsonArray*>(doc.get());
       if (array->Size() != kElements ||
           array->AtIndexAsObject(kElements - 1)->KeyValAsInteger("id") != 7)

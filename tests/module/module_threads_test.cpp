@@ -15,7 +15,6 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <barrier>
 #include <chrono>
 #include <cmath>
 #include <cstdlib>
@@ -25,6 +24,7 @@
 #include <thread>
 #include <vector>
 
+#include "../support/TestBarrier.h"
 #include "Host.h"
 #include "HostValues.h"
 #include "ZentorJSON.h"
@@ -181,7 +181,7 @@ TEST(ModuleThreads, SharedDocumentsReadFromManyThreads) {
   int round = 0;
   const auto deadline =
       std::chrono::steady_clock::now() + std::chrono::duration<double>(StressSeconds());
-  std::barrier sync(kThreads, [&]() noexcept {
+  TestBarrier sync(kThreads, [&] {
     if (std::chrono::steady_clock::now() >= deadline) stop = true;
     ++round;
     shared = m.Call(fromString, {zhost::MakeString(texts[round % texts.size()]).get()});
@@ -217,7 +217,7 @@ TEST(ModuleThreads, SharedDocumentsReadFromManyThreads) {
     };
 
     for (;;) {
-      sync.arrive_and_wait();
+      sync.ArriveAndWait();
       if (stop) break;
       VariantPtr doc = zhost::CopyOf(*shared);  // this thread's variable
       const size_t which = static_cast<size_t>(round) % texts.size();
