@@ -292,7 +292,15 @@ class JsonReal final : public JsonValue {
   static double StrToDouble(const std::string& text);
   static double StrToDouble(const char* text, size_t length);
 
-  void AppendToString(std::string& out) const override;
+  // Shaped text (the common case of numbers read from text) is written by
+  // the caller's own loop with one call; the rest out of line.
+  void AppendToString(std::string& out) const override {
+    const Form form = Load();
+    if (form.State() == kShaped)
+      AppendText(form, out);
+    else
+      AppendSettledOrText(form, out);
+  }
   void AppendToMsgPack(BigEndianWriter* writer) const override;
 
  private:
@@ -325,12 +333,18 @@ class JsonReal final : public JsonValue {
   }
   // A consistent view of form and bits, waiting out a settle in progress.
   // Settled is the common state and final, so it needs no second look.
+  // A real being read by nobody else, the usual case, costs four plain
+  // loads; a settle in progress (the state busy, or changed under the
+  // loads) is waited out by LoadPending.
   Form Load() const {
-    uint8_t state = StateByte().load(std::memory_order_acquire);
-    if ((state & kStateMask) != kSettled) [[unlikely]]
-      return LoadPending();
-    return Form{state | static_cast<uint32_t>(FormHigh().load(std::memory_order_relaxed)) << 8,
-                Bits().load(std::memory_order_relaxed)};
+    const uint8_t state = StateByte().load(std::memory_order_acquire);
+    const Form form{state | static_cast<uint32_t>(FormHigh().load(std::memory_order_acquire)) << 8,
+                    Bits().load(std::memory_order_acquire)};
+    if ((state & kStateMask) == kSettled) [[likely]]
+      return form;
+    if ((state & kStateMask) != kBusy && StateByte().load(std::memory_order_acquire) == state)
+      return form;
+    return LoadPending();
   }
   Form LoadPending() const;
   // Only for a real nobody else can see yet (construction).
@@ -349,6 +363,7 @@ class JsonReal final : public JsonValue {
   void CopyText(const Form& form);
   static void DeleteText(uint64_t bits);
   static int DigitsOf(const Form& form);
+  void AppendSettledOrText(const Form& form, std::string& out) const;
   // Appends the pending source text of `form`.
   static void AppendText(const Form& form, std::string& out);
 

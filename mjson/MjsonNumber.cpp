@@ -455,18 +455,16 @@ void JsonInteger::AppendToString(std::string& out) const {
   AppendInteger(out, fValue, IsLargeUnsigned());
 }
 
-void JsonReal::AppendToString(std::string& out) const {
-  Form form = Load();
-  switch (form.State()) {
-    case kSettled:
-      AppendReal(out, BitsAsDouble(form.bits), DigitsOf(form));
-      return;
-    case kText:
-      if (HasPendingText()) break;
-      AppendReal(out, Get(), DigitsOf(form));
-      return;
-    default:
-      break;
+void JsonReal::AppendSettledOrText(const Form& form, std::string& out) const {
+  if (form.State() == kSettled) {
+    AppendReal(out, BitsAsDouble(form.bits), DigitsOf(form));
+    return;
   }
-  AppendText(form, out);
+  // Text: written as it came until a numeric read settles it.
+  const RealText* text = TextOf(form.bits);
+  if (!text->settled.load(std::memory_order_acquire)) {
+    out.append(text->text);
+    return;
+  }
+  AppendReal(out, BitsAsDouble(text->value.load(std::memory_order_relaxed)), text->digits);
 }
