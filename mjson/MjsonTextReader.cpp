@@ -292,53 +292,28 @@ class TextParser {
     return true;
   }
 
-  // What starting a value gave: a finished value (a scalar), or a container
-  // frame pushed to be filled, or neither: a failure, with the error set.
-  struct Began {
-    JsonValue* value;
-    bool opened;
-    bool Failed() const { return !value && !opened; }
-  };
-  // What a step of the top frame gave: the finished container, or how the
-  // next value must look, or a failure with the error set. Two words, so
-  // that it comes back in registers.
-  struct Step {
-    enum Outcome : uint8_t { kClosed, kValue, kFailed };
-    union {
-      JsonValue* closed;                       // kClosed
-      const JsonCompiledObjectContext* table;  // kValue
-    };
-    Outcome outcome;
-    ValueMode mode;  // kValue
-    static Step Closed(JsonValue* v) {
-      Step s{};
-      s.closed = v;
-      s.outcome = kClosed;
-      return s;
-    }
-    static Step Value(ValueMode m, const JsonCompiledObjectContext* t) {
-      Step s{};
-      s.table = t;
-      s.outcome = kValue;
-      s.mode = m;
-      return s;
-    }
-    static Step Failed() {
-      Step s{};
-      s.outcome = kFailed;
-      return s;
-    }
+  // How the next value must look, as a frame's step asks for it.
+  struct NextValue {
+    ValueMode mode;
+    const JsonCompiledObjectContext* table;
   };
 
-  Began BeginValue(ValueMode mode, const JsonCompiledObjectContext* table);
-  Began Open(Kind kind, const JsonCompiledObjectContext* table);
+  // Starts a value: returns a finished scalar, or pushes a container frame
+  // and returns null with `*opened` set; null without `*opened` is a
+  // failure, with the error set. Out-parameters rather than a returned
+  // pair keep the hot loop's state in registers.
+  JsonValue* BeginValue(ValueMode mode, const JsonCompiledObjectContext* table, bool* opened);
+  void Open(Kind kind, const JsonCompiledObjectContext* table);
   JsonValue* ParseScalar();
-  // One step of the top frame: past separators to its end or its next value.
-  Step StepFrame();
+  // One step of the top frame, past separators: returns the finished
+  // container (the frame popped), or null with `*wantValue` set and `*next`
+  // saying how the next value must look; null without `*wantValue` is a
+  // failure, with the error set.
+  JsonValue* StepFrame(bool* wantValue, NextValue* next);
   // The top frame's container, built from its children; the frame is popped.
   JsonValue* CloseFrame();
-  // A member's key and colon; how its value must look.
-  Step ReadMemberKey(Frame& f);
+  // A member's key and colon, and how its value must look; false on failure.
+  bool ReadMemberKey(Frame& f, NextValue* next);
   bool Attach(JsonValue* value);
   void Unwind(bool failedInValue);
 
@@ -389,7 +364,7 @@ JsonValue* TextParser::ParseScalar() {
   return nullptr;
 }
 
-TextParser::Began TextParser::Open(Kind kind, const JsonCompiledObjectContext* table) {
+void TextParser::Open(Kind kind, const JsonCompiledObjectContext* table) {
   Frame f{};
   f.kind = kind;
   f.previous = fText[fCtx.fPosition];
@@ -402,43 +377,59 @@ TextParser::Began TextParser::Open(Kind kind, const JsonCompiledObjectContext* t
   fFrames.push_back(f);
   ++fCtx.fPosition;  // the opening bracket
   SkipWs();
-  return {nullptr, true};
 }
 
-TextParser::Began TextParser::BeginValue(ValueMode mode, const JsonCompiledObjectContext* table) {
+JsonValue* TextParser::BeginValue(ValueMode mode, const JsonCompiledObjectContext* table,
+                                  bool* opened) {
+  *opened = false;
   switch (mode) {
     case ValueMode::kCompiledOnly:
       if (!table || AtEnd() || Peek() != '{') break;
-      return Open(Kind::kCompiled, table);
+      Open(Kind::kCompiled, table);
+      *opened = true;
+      return nullptr;
     case ValueMode::kObjectOnly:
       if (AtEnd() || Peek() != '{') break;
-      return Open(Kind::kObject, nullptr);
+      Open(Kind::kObject, nullptr);
+      *opened = true;
+      return nullptr;
     case ValueMode::kArrayOnly:
       if (AtEnd() || Peek() != '[') break;
-      return Open(Kind::kArray, table);
+      Open(Kind::kArray, table);
+      *opened = true;
+      return nullptr;
     case ValueMode::kAny:
       if (AtEnd()) {
         Fail("unexpected end of input");
-        return {nullptr, false};
+        return nullptr;
       }
-      if (Peek() == '{') return Open(table ? Kind::kCompiled : Kind::kObject, table);
-      if (Peek() == '[') return Open(Kind::kArray, table);
-      return {ParseScalar(), false};
+      if (Peek() == '{') {
+        Open(table ? Kind::kCompiled : Kind::kObject, table);
+        *opened = true;
+        return nullptr;
+      }
+      if (Peek() == '[') {
+        Open(Kind::kArray, table);
+        *opened = true;
+        return nullptr;
+      }
+      return ParseScalar();
   }
   Fail(mode == ValueMode::kCompiledOnly ? "illegal compiled object"
        : mode == ValueMode::kObjectOnly ? "illegal object"
                                         : "illegal array");
-  return {nullptr, false};
+  return nullptr;
 }
 
-TextParser::Step TextParser::StepFrame() {
+JsonValue* TextParser::StepFrame(bool* wantValue, NextValue* next) {
+  *wantValue = false;
   Frame& f = fFrames.back();
   const bool isArray = f.kind == Kind::kArray;
   const bool isCompiled = f.kind == Kind::kCompiled;
   for (;;) {
     if (AtEnd()) {
       Fail(isArray ? "illegal array" : isCompiled ? "illegal compiled object" : "illegal object");
-      return Step::Failed();
+      return nullptr;
     }
     const char c = Peek();
     const bool empty = isCompiled ? f.compiled->Empty() : f.count == 0;
@@ -447,17 +438,17 @@ TextParser::Step TextParser::StepFrame() {
         Fail(isArray      ? "array must not end with comma"
              : isCompiled ? "object list must not end with comma"
                           : "object list must not end with a comma");
-        return Step::Failed();
+        return nullptr;
       }
       ++fCtx.fPosition;
       SkipWs();
-      return Step::Closed(CloseFrame());
+      return CloseFrame();
     }
     if (c == ',') {
       if (f.previous == ',' || empty) {
         Fail(isArray ? "expected value in front before comma"
                      : "expected key value pair in front before comma");
-        return Step::Failed();
+        return nullptr;
       }
       f.previous = ',';
       ++fCtx.fPosition;
@@ -467,11 +458,16 @@ TextParser::Step TextParser::StepFrame() {
     if (f.previous != ',' && !empty) {
       Fail(isArray ? "comma separator expected between values"
                    : "comma separator expected between key value pairs");
-      return Step::Failed();
+      return nullptr;
     }
     f.previous = c;
-    if (isArray) return Step::Value(f.table ? ValueMode::kCompiledOnly : ValueMode::kAny, f.table);
-    return ReadMemberKey(f);
+    if (isArray) {
+      *next = {f.table ? ValueMode::kCompiledOnly : ValueMode::kAny, f.table};
+    } else if (!ReadMemberKey(f, next)) {
+      return nullptr;
+    }
+    *wantValue = true;
+    return nullptr;
   }
 }
 
@@ -502,25 +498,26 @@ JsonValue* TextParser::CloseFrame() {
   return done;
 }
 
-TextParser::Step TextParser::ReadMemberKey(Frame& f) {
+bool TextParser::ReadMemberKey(Frame& f, NextValue* next) {
   std::string_view key;
   if (!ScanString(key)) {
     if (fCtx.fError.empty())
       fCtx.fError = "key (string) expected";
     else
       fCtx.fError += " while parsing a key";
-    return Step::Failed();
+    return false;
   }
   SkipWs();
   if (AtEnd() || Peek() != ':') {
     Fail("colon expected");
-    return Step::Failed();
+    return false;
   }
   ++fCtx.fPosition;
   SkipWs();
+  *next = {ValueMode::kAny, nullptr};
   if (f.kind != Kind::kCompiled) {
     fPairs.emplace_back(key.data(), key.size());
-    return Step::Value(ValueMode::kAny, nullptr);
+    return true;
   }
   // A compiled object's key table says how the value must look; a key it
   // does not know has its value parsed and dropped.
@@ -528,15 +525,16 @@ TextParser::Step TextParser::ReadMemberKey(Frame& f) {
   const size_t slot = f.table->GetIndexForKey(fKey);
   f.slot = slot;
   f.droppingValue = slot >= f.compiled->SlotCount();
-  if (f.droppingValue) return Step::Value(ValueMode::kAny, nullptr);
+  if (f.droppingValue) return true;
   const unsigned short flags = f.table->KeyFlags(slot);
   const JsonCompiledObjectContext* sub = f.table->SubContext(slot);
   if ((flags & JsonCompiledObjectContext::kCompiledObject) && sub)
-    return Step::Value(ValueMode::kCompiledOnly, sub);
-  if (flags & JsonCompiledObjectContext::kPlainObject)
-    return Step::Value(ValueMode::kObjectOnly, nullptr);
-  if (flags & JsonCompiledObjectContext::kArrayMask) return Step::Value(ValueMode::kArrayOnly, sub);
-  return Step::Value(ValueMode::kAny, nullptr);
+    *next = {ValueMode::kCompiledOnly, sub};
+  else if (flags & JsonCompiledObjectContext::kPlainObject)
+    *next = {ValueMode::kObjectOnly, nullptr};
+  else if (flags & JsonCompiledObjectContext::kArrayMask)
+    *next = {ValueMode::kArrayOnly, sub};
+  return true;
 }
 
 bool TextParser::Attach(JsonValue* value) {
@@ -597,30 +595,29 @@ void TextParser::Unwind(bool failedInValue) {
 }
 
 JsonValue* TextParser::Run(ValueMode mode, const JsonCompiledObjectContext* table) {
-  Began next = BeginValue(mode, table);
+  bool opened;
+  JsonValue* value = BeginValue(mode, table, &opened);
   for (;;) {
-    if (next.Failed()) {
-      Unwind(true);
-      return nullptr;
-    }
-    if (next.value) {
-      if (fFrames.empty()) return next.value;
-      if (!Attach(next.value)) {
+    if (value) {
+      if (fFrames.empty()) return value;
+      if (!Attach(value)) {
         Unwind(false);
         return nullptr;
       }
+    } else if (!opened) {
+      Unwind(true);
+      return nullptr;
     }
-    const Step step = StepFrame();
-    switch (step.outcome) {
-      case Step::kClosed:
-        next = {step.closed, false};
-        break;
-      case Step::kValue:
-        next = BeginValue(step.mode, step.table);
-        break;
-      case Step::kFailed:
-        Unwind(false);
-        return nullptr;
+    bool wantValue;
+    NextValue next;
+    value = StepFrame(&wantValue, &next);
+    if (wantValue) {
+      value = BeginValue(next.mode, next.table, &opened);
+    } else if (!value) {
+      Unwind(false);
+      return nullptr;
+    } else {
+      opened = false;
     }
   }
 }
