@@ -89,7 +89,8 @@ TEST(MjsonRefs, AssignmentRules) {
       {Each("itself",
             [](auto& r) {
               r = 9;
-              r = r;
+              auto& same = r;  // named twice, so compilers take it as meant
+              r = same;
             }),
        false, R"({"a":1,"b":9,"c":3})", R"([1,9,3])", R"({"a":1,"b":9,"c":3})"},
   };
