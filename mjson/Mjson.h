@@ -428,7 +428,7 @@ class JsonObject final : public JsonValue {
     CompactString key;
     JsonValue* value = nullptr;  // owns one reference
   };
-  using MemberList = std::vector<Member, JsonPoolAllocator<Member>>;
+  using MemberList = NodeList<Member>;
 
   explicit JsonObject(bool keepOrder);
   JsonObject(const JsonObject& other);

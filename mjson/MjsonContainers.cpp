@@ -552,8 +552,8 @@ void JsonArray::EraseAtIndex(size_t index) {
 size_t JsonArray::Erase(size_t first, size_t count) {
   if (first >= fValues.size() || first >= 9223372036854775807ull) return 0;
   size_t n = std::min(count, fValues.size() - first);
-  JsonValueList removed(fValues.begin() + static_cast<ptrdiff_t>(first),
-                        fValues.begin() + static_cast<ptrdiff_t>(first + n));
+  std::vector<JsonValue*> removed(fValues.begin() + static_cast<ptrdiff_t>(first),
+                                  fValues.begin() + static_cast<ptrdiff_t>(first + n));
   fValues.erase(fValues.begin() + static_cast<ptrdiff_t>(first),
                 fValues.begin() + static_cast<ptrdiff_t>(first + n));
   for (JsonValue* v : removed)

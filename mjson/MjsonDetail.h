@@ -5,10 +5,13 @@
 // interface, and nothing outside the library needs to use them.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <new>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 class JsonValue;
@@ -19,22 +22,160 @@ class JsonValue;
 // the parser does. Larger blocks go to operator new.
 void* JsonPoolAllocate(size_t bytes);
 void JsonPoolFree(void* p, size_t bytes) noexcept;
+[[noreturn]] void JsonListTooLong();
 
+// The child list of a container: pointer, size and capacity in two words
+// (a std::vector takes three). Its storage is the list's own, from the
+// pool, or borrowed: placed by whoever built the container (a document
+// arena) and never given back by the list. A list whose borrowed storage
+// must grow moves to storage of its own. The interface is the part of
+// std::vector's that the containers and their readers use.
 template <class T>
-struct JsonPoolAllocator {
-  using value_type = T;
-  JsonPoolAllocator() noexcept = default;
-  template <class U>
-  JsonPoolAllocator(const JsonPoolAllocator<U>&) noexcept {}
-  T* allocate(size_t n) { return static_cast<T*>(JsonPoolAllocate(n * sizeof(T))); }
-  void deallocate(T* p, size_t n) noexcept { JsonPoolFree(p, n * sizeof(T)); }
-  template <class U>
-  bool operator==(const JsonPoolAllocator<U>&) const noexcept {
-    return true;
+class NodeList {
+ public:
+  NodeList() noexcept = default;
+  NodeList(size_t n, const T& value) {
+    reserve(n);
+    for (size_t i = 0; i < n; ++i) new (fData + i) T(value);
+    fSize = static_cast<uint32_t>(n);
   }
+  NodeList(const NodeList&) = delete;
+  NodeList& operator=(const NodeList&) = delete;
+  NodeList(NodeList&& other) noexcept
+      : fData(other.fData), fSize(other.fSize), fCapacity(other.fCapacity) {
+    other.fData = nullptr;
+    other.fSize = other.fCapacity = 0;
+  }
+  NodeList& operator=(NodeList&& other) noexcept {
+    if (this != &other) {
+      FreeStorage();
+      fData = other.fData;
+      fSize = other.fSize;
+      fCapacity = other.fCapacity;
+      other.fData = nullptr;
+      other.fSize = other.fCapacity = 0;
+    }
+    return *this;
+  }
+  ~NodeList() { FreeStorage(); }
+
+  // Takes `storage`, room for `capacity` elements that stays its owner's,
+  // as this empty list's storage.
+  void Borrow(T* storage, size_t capacity) {
+    FreeStorage();
+    fData = storage;
+    fSize = 0;
+    fCapacity = static_cast<uint32_t>(capacity) | kBorrowed;
+  }
+  bool Borrowed() const { return (fCapacity & kBorrowed) != 0; }
+
+  size_t size() const { return fSize; }
+  bool empty() const { return fSize == 0; }
+  size_t capacity() const { return fCapacity & ~kBorrowed; }
+  T* data() { return fData; }
+  const T* data() const { return fData; }
+  T* begin() { return fData; }
+  T* end() { return fData + fSize; }
+  const T* begin() const { return fData; }
+  const T* end() const { return fData + fSize; }
+  T& operator[](size_t i) { return fData[i]; }
+  const T& operator[](size_t i) const { return fData[i]; }
+  T& back() { return fData[fSize - 1]; }
+  const T& back() const { return fData[fSize - 1]; }
+
+  void reserve(size_t n) {
+    if (n > capacity()) MoveTo(n);
+  }
+  template <class... Args>
+  T& emplace_back(Args&&... args) {
+    if (fSize == capacity()) MoveTo(Grown(fSize + 1));
+    T* slot = new (fData + fSize) T(std::forward<Args>(args)...);
+    ++fSize;
+    return *slot;
+  }
+  void push_back(const T& v) { emplace_back(v); }
+  void push_back(T&& v) { emplace_back(std::move(v)); }
+  void pop_back() {
+    --fSize;
+    fData[fSize].~T();
+  }
+  void clear() {
+    for (T* p = fData; p != fData + fSize; ++p) p->~T();
+    fSize = 0;
+  }
+  void assign(const T* first, const T* last) {
+    clear();
+    reserve(static_cast<size_t>(last - first));
+    for (; first != last; ++first) new (fData + fSize++) T(*first);
+  }
+  void assign(size_t n, const T& value) {
+    clear();
+    reserve(n);
+    for (; fSize < n; ++fSize) new (fData + fSize) T(value);
+  }
+  // Inserts before `pos`; returns where the first inserted element is.
+  T* insert(T* pos, const T* first, const T* last) {
+    const size_t at = static_cast<size_t>(pos - fData);
+    const size_t n = static_cast<size_t>(last - first);
+    if (n == 0) return fData + at;
+    if (fSize + n > capacity()) MoveTo(Grown(fSize + n));
+    // Open a gap of n at `at` by moving the tail up, last element first.
+    for (size_t i = fSize; i-- > at;) {
+      new (fData + i + n) T(std::move(fData[i]));
+      fData[i].~T();
+    }
+    for (size_t i = 0; i < n; ++i) new (fData + at + i) T(first[i]);
+    fSize += static_cast<uint32_t>(n);
+    return fData + at;
+  }
+  T* insert(T* pos, const T& value) {
+    T copy(value);  // `value` may live in this list
+    return insert(pos, &copy, &copy + 1);
+  }
+  // Removes [first, last); returns where the element after them now is.
+  T* erase(T* first, T* last) {
+    const size_t at = static_cast<size_t>(first - fData);
+    const size_t n = static_cast<size_t>(last - first);
+    for (size_t i = at; i + n < fSize; ++i) fData[i] = std::move(fData[i + n]);
+    for (size_t i = fSize - n; i < fSize; ++i) fData[i].~T();
+    fSize -= static_cast<uint32_t>(n);
+    return fData + at;
+  }
+  T* erase(T* pos) { return erase(pos, pos + 1); }
+
+ private:
+  static constexpr uint32_t kBorrowed = 0x80000000u;
+  static constexpr size_t kMaxSize = 0x7FFFFFFFu;
+
+  static size_t Grown(size_t needed) {
+    if (needed > kMaxSize) JsonListTooLong();
+    return needed < 4 ? 4 : std::max(needed, std::min<size_t>(needed * 2, kMaxSize));
+  }
+  // Moves the elements to storage of its own for `n` elements.
+  void MoveTo(size_t n) {
+    if (n > kMaxSize) JsonListTooLong();
+    T* moved = static_cast<T*>(JsonPoolAllocate(n * sizeof(T)));
+    for (size_t i = 0; i < fSize; ++i) {
+      new (moved + i) T(std::move(fData[i]));
+      fData[i].~T();
+    }
+    if (fData && !Borrowed()) JsonPoolFree(fData, capacity() * sizeof(T));
+    fData = moved;
+    fCapacity = static_cast<uint32_t>(n);
+  }
+  void FreeStorage() {
+    clear();
+    if (fData && !Borrowed()) JsonPoolFree(fData, capacity() * sizeof(T));
+    fData = nullptr;
+    fCapacity = 0;
+  }
+
+  T* fData = nullptr;
+  uint32_t fSize = 0;
+  uint32_t fCapacity = 0;  // the top bit marks borrowed storage
 };
 
-using JsonValueList = std::vector<JsonValue*, JsonPoolAllocator<JsonValue*>>;
+using JsonValueList = NodeList<JsonValue*>;
 
 // Copies up to 31 bytes with a few fixed-size moves instead of a call:
 // keys and most strings are that short. Moves overlap but never leave

@@ -9,6 +9,7 @@
 #include <atomic>
 #include <mutex>
 #include <new>
+#include <stdexcept>
 #include <vector>
 
 #if defined(__GLIBC__)
@@ -485,6 +486,10 @@ void* JsonPoolAllocate(size_t size) {
 
 void JsonPoolFree(void* p, size_t size) noexcept {
   mjson::pool::Free(p, size);
+}
+
+void JsonListTooLong() {
+  throw std::length_error("a JSON container cannot hold that many children");
 }
 
 void* JsonValue::operator new(size_t size) {
