@@ -12,6 +12,10 @@
 #include <cstdint>
 #include <utility>
 
+namespace mjson::pool {
+struct PendingDeletes;
+}
+
 class JsonUseCounted {
  public:
   JsonUseCounted() noexcept : fUseCount(1) {}
@@ -25,24 +29,27 @@ class JsonUseCounted {
   // object that has no owner left is a programming error that must never be
   // silenced, so the check stays on in release builds.
   bool Release() const noexcept {
-    int32_t count = fUseCount.load(std::memory_order_acquire);
+    const int32_t word = fUseCount.load(std::memory_order_acquire);
+    const int32_t count = word & kCountMask;
     if (count < 1) [[unlikely]]
       FailUseCountCheck();
     // The sole owner needs no atomic update: nobody else holds a reference
     // through which the count could change. Trees are mostly freed this way.
     if (count == 1) {
-      fUseCount.store(0, std::memory_order_relaxed);
+      fUseCount.store(word & ~kCountMask, std::memory_order_relaxed);
       Destroy();
       return true;
     }
-    if (fUseCount.fetch_sub(1, std::memory_order_acq_rel) == 1) {
+    if ((fUseCount.fetch_sub(1, std::memory_order_acq_rel) & kCountMask) == 1) {
       Destroy();
       return true;
     }
     return false;
   }
 
-  int32_t UseCount() const noexcept { return fUseCount.load(std::memory_order_relaxed); }
+  int32_t UseCount() const noexcept {
+    return fUseCount.load(std::memory_order_relaxed) & kCountMask;
+  }
 
  protected:
   virtual ~JsonUseCounted() = default;
@@ -50,12 +57,39 @@ class JsonUseCounted {
   // True when the caller holds the only reference. The acquire pairs with
   // the release of the other owners' Release, so whatever they did with the
   // object happened before the caller goes on to delete it.
-  bool SoleOwner() const noexcept { return fUseCount.load(std::memory_order_acquire) == 1; }
+  bool SoleOwner() const noexcept {
+    return (fUseCount.load(std::memory_order_acquire) & kCountMask) == 1;
+  }
+
+  // The count word's top bits below the sign are not part of the count: a
+  // subclass may keep a flag there that must change atomically with
+  // respect to other owners (it survives the last release).
+  static constexpr int32_t kCountMask = 0x3FFFFFFF;
+  static constexpr int32_t kCountFlag = 0x40000000;
+  // Adds a reference; returns whether the flag was set before.
+  bool AddRefSeeingFlag() const noexcept {
+    return (fUseCount.fetch_add(1, std::memory_order_relaxed) & kCountFlag) != 0;
+  }
+  // Sets the flag; true when this call set it.
+  bool SetCountFlag() const noexcept {
+    return (fUseCount.fetch_or(kCountFlag, std::memory_order_acq_rel) & kCountFlag) == 0;
+  }
+  bool CountFlag() const noexcept {
+    return (fUseCount.load(std::memory_order_acquire) & kCountFlag) != 0;
+  }
+
+  // Ends this object once its last reference is gone: deletes it, unless a
+  // subclass knows better where its memory goes. `pending` is the queue of
+  // the deletion under way (see Destroy), null where there is none.
+  virtual void Dispose(mjson::pool::PendingDeletes* pending) const noexcept {
+    (void)pending;
+    delete this;
+  }
 
  private:
-  // Deletes this object. Children released while a tree is being torn down
-  // are queued and deleted by the outermost call, so freeing a tree of any
-  // depth takes constant stack.
+  // Disposes of this object. Children released while a tree is being torn
+  // down are queued and disposed of by the outermost call, so freeing a tree
+  // of any depth takes constant stack.
   void Destroy() const noexcept;
   [[noreturn]] static void FailUseCountCheck() noexcept;
 

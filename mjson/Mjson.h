@@ -28,6 +28,10 @@
 [[noreturn]] void MjsonAssertionFailed(const char* expression, const char* file, unsigned line,
                                        const char* function) noexcept;
 
+namespace mjson {
+class Arena;
+}
+
 class BigEndianWriter;
 class JsonObject;
 class JsonArray;
@@ -77,8 +81,20 @@ class JsonValue : public JsonUseCounted {
   };
   static const char* const fTypeStrings[9];
 
-  EJsonValueType Type() const { return static_cast<EJsonValueType>(fType); }
-  const char* TypeAsString() const { return fTypeStrings[fType]; }
+  EJsonValueType Type() const { return static_cast<EJsonValueType>(fType & kTypeBits); }
+  const char* TypeAsString() const { return fTypeStrings[fType & kTypeBits]; }
+
+  // A new reference. The first one to a node of a document arena other than
+  // its root tells the arena that the node is held from outside its tree
+  // (see MjsonArena.h).
+  void AddRef() const noexcept {
+    const bool escaped = AddRefSeeingFlag();
+    if ((fType & (kInArena | kArenaRoot)) == kInArena && !escaped) [[unlikely]]
+      NoteEscape();
+  }
+
+  // Where the node's memory lives: in a document arena, or on its own.
+  bool InArena() const { return (fType & kInArena) != 0; }
 
   // Compact JSON text of this value, appended to `out`.
   virtual void AppendToString(std::string& out) const;
@@ -144,16 +160,46 @@ class JsonValue : public JsonUseCounted {
 
  protected:
   explicit JsonValue(EJsonValueType type) : fType(static_cast<uint8_t>(type)) {}
-  JsonValue(const JsonValue&) = default;
+  // A copy has the type and the spare bits, but memory of its own.
+  JsonValue(const JsonValue& other)
+      : JsonUseCounted(other),
+        fType(other.fType & kTypeBits),
+        fAux8(other.fAux8),
+        fAux16(other.fAux16) {}
 
   // Drops a container's reference to one of its children. A scalar owned
   // by the container alone is deleted on the spot: it has no children of
   // its own, so it needs no place in the queue that keeps freeing iterative.
   static void ReleaseChild(const JsonValue* v) noexcept;
-  JsonValue& operator=(const JsonValue&) = default;
+  JsonValue& operator=(const JsonValue& other) {
+    fType = static_cast<uint8_t>((fType & ~kTypeBits) | (other.fType & kTypeBits));
+    fAux8 = other.fAux8;
+    fAux16 = other.fAux16;
+    return *this;
+  }
   ~JsonValue() override = default;
 
+  // A node of an arena's tree changes: the arena must walk the tree when it
+  // dies (see MjsonArena.h). Containers call this before every change.
+  void NoteChange() {
+    if (fType & kInArena) [[unlikely]]
+      NoteArenaChange();
+  }
+
+  void Dispose(mjson::pool::PendingDeletes* pending) const noexcept override;
+
  private:
+  friend class mjson::Arena;
+  // The type byte holds the type in its low bits and, above them, where the
+  // node's memory lives: in an arena, and whether the node is the root of
+  // its arena's tree. Both are set before anybody else sees the node.
+  static constexpr uint8_t kTypeBits = 0x0F;
+  static constexpr uint8_t kInArena = 0x10;
+  static constexpr uint8_t kArenaRoot = 0x20;
+
+  [[gnu::noinline]] void NoteEscape() const noexcept;
+  [[gnu::noinline]] void NoteArenaChange() const noexcept;
+
   // Declared first so that it and the spare bits below fill the tail of the
   // reference count's word: the whole header is two words.
   uint8_t fType;
@@ -181,6 +227,7 @@ class JsonString final : public JsonValue {
   // Trusted bytes, no check; used where the bytes are already known to be valid.
   struct Trusted {};
   JsonString(std::string_view s, Trusted) : JsonValue(String), fValue(s) {}
+  JsonString(CompactString&& s, Trusted) : JsonValue(String), fValue(std::move(s)) {}
   JsonString(const JsonString&) = default;
 
   void Get(std::string& out) const { out.assign(fValue.Data(), fValue.Size()); }
@@ -254,13 +301,17 @@ class JsonReal final : public JsonValue {
   // Keeps the source text and converts it on first read, so a number that is
   // only passed through is written back exactly as it was read.
   JsonReal(std::string&& text, int digits);
+  // The same, with the text kept in `arena` when there is one.
+  JsonReal(std::string_view text, int digits, mjson::Arena* arena);
   JsonReal(uint64_t digitsValue, const Shape& shape, int digits);
   // The copy starts in the state the source is in now: pending text stays
   // pending, a settled value stays settled.
-  JsonReal(const JsonReal& other) : JsonValue(Real), fBits(0) {
+  JsonReal(const JsonReal& other) : JsonReal(other, nullptr) {}
+  // A copy whose pending text, if any, is kept in `arena`.
+  JsonReal(const JsonReal& other, mjson::Arena* arena) : JsonValue(Real), fBits(0) {
     Form form = other.Load();
     if (form.State() == kText) {
-      CopyText(form);
+      CopyText(form, arena);
       return;
     }
     fBits = form.bits;
@@ -269,7 +320,7 @@ class JsonReal final : public JsonValue {
   JsonReal& operator=(const JsonReal&) = delete;
   // The last owner is the only one left to look: no settle can be under way.
   ~JsonReal() override {
-    if ((StateByte().load(std::memory_order_relaxed) & kStateMask) == kText)
+    if ((StateByte().load(std::memory_order_relaxed) & kStateMask) == kText && !InArena())
       DeleteText(Bits().load(std::memory_order_relaxed));
   }
 
@@ -360,7 +411,8 @@ class JsonReal final : public JsonValue {
     fAux16 = static_cast<uint16_t>(form >> 8);
   }
   [[gnu::noinline]] double SettleAndGet() const;
-  void CopyText(const Form& form);
+  void CopyText(const Form& form, mjson::Arena* arena);
+  void SetText(std::string_view text, int digits, mjson::Arena* arena);
   static void DeleteText(uint64_t bits);
   static int DigitsOf(const Form& form);
   void AppendSettledOrText(const Form& form, std::string& out) const;
@@ -508,6 +560,9 @@ class JsonObject final : public JsonValue {
   // Builds an object from parsed pairs in one go: reserves once, and a
   // repeated key replaces the earlier value in its place. Adopts the values.
   void AdoptMembers(Member* first, size_t count);
+  // The same for an object being built in `arena`: the members' storage
+  // and index come from the arena.
+  void AdoptMembers(Member* first, size_t count, mjson::Arena* arena);
 
  private:
   friend class ObjectStepper;
@@ -517,7 +572,8 @@ class JsonObject final : public JsonValue {
   void Store(CompactString&& key, JsonValue* value);  // adopts value, never null
   void EraseAt(size_t pos);
   void RebuildIndex();
-  void RebuildIndex(uint32_t hash);
+  void RebuildIndex(uint32_t hash, mjson::Arena* arena = nullptr);
+  void Store(CompactString&& key, JsonValue* value, mjson::Arena* arena);
   void DropIndex();
   void ClearMembers();
 
@@ -592,6 +648,9 @@ class JsonArray final : public JsonValue {
 
   // Takes over parsed elements in one go. Adopts the values.
   void AdoptValues(JsonValue* const* first, size_t count);
+  // The same for an empty array being built in `arena`, with the list's
+  // storage from the arena.
+  void AdoptValues(JsonValue* const* first, size_t count, mjson::Arena* arena);
 
  private:
   friend class TreeCopier;
@@ -628,6 +687,8 @@ class JsonCompiledObjectContext {
 class JsonCompiledObject final : public JsonValue {
  public:
   explicit JsonCompiledObject(const JsonCompiledObjectContext* context);
+  // One being built in `arena`, with its slots' storage from the arena.
+  JsonCompiledObject(const JsonCompiledObjectContext* context, mjson::Arena* arena);
   JsonCompiledObject(const JsonCompiledObject& other);
   JsonCompiledObject& operator=(const JsonCompiledObject& other);
   ~JsonCompiledObject() override;

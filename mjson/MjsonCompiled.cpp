@@ -31,6 +31,14 @@ JsonCompiledObject::JsonCompiledObject(const JsonCompiledObjectContext* context)
       fCountFilled(0),
       fSlots(context ? context->KeyCount() : 0, nullptr) {}
 
+JsonCompiledObject::JsonCompiledObject(const JsonCompiledObjectContext* context,
+                                       mjson::Arena* arena)
+    : JsonValue(CompiledObject), fContext(context), fCountFilled(0) {
+  const size_t n = context ? context->KeyCount() : 0;
+  if (arena) fSlots.Borrow(arena->Array<JsonValue*>(n), n);
+  fSlots.assign(n, nullptr);
+}
+
 JsonCompiledObject::JsonCompiledObject(const JsonCompiledObject& other)
     : JsonValue(other),
       fContext(other.fContext),
@@ -41,6 +49,7 @@ JsonCompiledObject::JsonCompiledObject(const JsonCompiledObject& other)
 
 JsonCompiledObject& JsonCompiledObject::operator=(const JsonCompiledObject& other) {
   if (this == &other) return *this;
+  NoteChange();
   JsonCompiledObject copy(other);
   for (JsonValue* v : fSlots)
     if (v) v->Release();
@@ -61,6 +70,7 @@ bool JsonCompiledObject::InsertValueInternal(size_t index, JsonValue* value) {
     if (value) value->Release();
     return false;
   }
+  NoteChange();
   JsonValue* old = fSlots[index];
   fSlots[index] = value;
   if (value) ++fCountFilled;
@@ -120,6 +130,7 @@ JsonAutoRefPtr<JsonValue> JsonCompiledObject::At(const std::string& key) const {
 
 bool JsonCompiledObject::Erase(size_t index) {
   if (index >= fSlots.size() || !fSlots[index]) return false;
+  NoteChange();
   JsonValue* old = fSlots[index];
   fSlots[index] = nullptr;
   // The filled count is deliberately left as it was.

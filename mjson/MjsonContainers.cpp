@@ -20,9 +20,13 @@ constexpr size_t kIndexThreshold = 8;
 // a run this long means the keys were chosen to collide.
 constexpr size_t kMaxProbeRun = 64;
 
-// Index header: the slot mask, then the hash in use; the slots follow.
+// Index header: the slot mask, then the hash in use (with a flag for an
+// index in an arena's memory, which is not the object's to free); the
+// slots follow.
 constexpr size_t kIndexHeader = 2;
 enum IndexHash : uint32_t { kFastHash = 0, kKeyedHash = 1 };
+constexpr uint32_t kHashBits = 1;
+constexpr uint32_t kIndexInArena = 2;
 
 }  // namespace
 
@@ -116,7 +120,7 @@ uint64_t KeyedHash(const char* p, size_t n) {
 }
 
 inline uint64_t IndexHashOf(uint32_t which, const char* p, size_t n) {
-  return which == kFastHash ? MjsonFastKeyHash(p, n) : KeyedHash(p, n);
+  return (which & kHashBits) == kFastHash ? MjsonFastKeyHash(p, n) : KeyedHash(p, n);
 }
 
 inline bool SameKey(const CompactString& a, std::string_view b) {
@@ -143,6 +147,7 @@ JsonObject& JsonObject::operator=(const JsonObject& other) {
 
 JsonObject& JsonObject::operator=(JsonObject&& other) noexcept {
   if (this == &other) return *this;
+  NoteChange();
   ClearMembers();
   fMembers = std::move(other.fMembers);
   fIndex = other.fIndex;
@@ -163,7 +168,7 @@ void JsonObject::ClearMembers() {
 }
 
 void JsonObject::DropIndex() {
-  delete[] fIndex;
+  if (fIndex && !(fIndex[1] & kIndexInArena)) delete[] fIndex;
   fIndex = nullptr;
 }
 
@@ -184,20 +189,26 @@ size_t JsonObject::Find(std::string_view key) const {
 }
 
 void JsonObject::RebuildIndex() {
-  RebuildIndex(fIndex ? fIndex[1] : kFastHash);
+  RebuildIndex(fIndex ? fIndex[1] & kHashBits : kFastHash);
 }
 
 // Builds the index with the given hash. A fast index whose keys pile up in
 // one long probe run is built again with the keyed hash, which then stays.
-void JsonObject::RebuildIndex(uint32_t hash) {
+void JsonObject::RebuildIndex(uint32_t hash, mjson::Arena* arena) {
   DropIndex();
   if (fMembers.size() <= kIndexThreshold) return;
   size_t capacity = 16;
   size_t wanted = std::max(fMembers.size(), fMembers.capacity());
   while (capacity < wanted * 2) capacity *= 2;
-  fIndex = new uint32_t[capacity + kIndexHeader]();
+  if (arena) {
+    fIndex = arena->Array<uint32_t>(capacity + kIndexHeader);
+    memset(fIndex, 0, (capacity + kIndexHeader) * sizeof(uint32_t));
+    fIndex[1] = hash | kIndexInArena;
+  } else {
+    fIndex = new uint32_t[capacity + kIndexHeader]();
+    fIndex[1] = hash;
+  }
   fIndex[0] = static_cast<uint32_t>(capacity - 1);
-  fIndex[1] = hash;
   uint32_t* slots = fIndex + kIndexHeader;
   size_t mask = capacity - 1;
   for (size_t i = 0; i < fMembers.size(); ++i) {
@@ -205,7 +216,7 @@ void JsonObject::RebuildIndex(uint32_t hash) {
     size_t slot = IndexHashOf(hash, k.data(), k.size()) & mask;
     for (size_t run = 0; slots[slot]; slot = (slot + 1) & mask) {
       if (++run == kMaxProbeRun && hash == kFastHash) {
-        RebuildIndex(kKeyedHash);
+        RebuildIndex(kKeyedHash, arena);
         return;
       }
     }
@@ -214,6 +225,12 @@ void JsonObject::RebuildIndex(uint32_t hash) {
 }
 
 void JsonObject::Store(CompactString&& key, JsonValue* value) {
+  NoteChange();
+  Store(std::move(key), value, nullptr);
+}
+
+// Stores with the index, when it must be built, from `arena` if given.
+void JsonObject::Store(CompactString&& key, JsonValue* value, mjson::Arena* arena) {
   if (!fIndex) {
     for (Member& m : fMembers) {
       if (m.key == key) {
@@ -224,7 +241,7 @@ void JsonObject::Store(CompactString&& key, JsonValue* value) {
       }
     }
     fMembers.push_back({std::move(key), value});
-    if (fMembers.size() > kIndexThreshold) RebuildIndex(kFastHash);
+    if (fMembers.size() > kIndexThreshold) RebuildIndex(kFastHash, arena);
     return;
   }
   // One probe finds either the key or the free slot it would take.
@@ -243,14 +260,15 @@ void JsonObject::Store(CompactString&& key, JsonValue* value) {
   }
   fMembers.push_back({std::move(key), value});
   if (fMembers.size() * 2 > mask + 1)
-    RebuildIndex();
-  else if (run >= kMaxProbeRun && fIndex[1] == kFastHash)
-    RebuildIndex(kKeyedHash);
+    RebuildIndex(fIndex[1] & kHashBits, arena);
+  else if (run >= kMaxProbeRun && (fIndex[1] & kHashBits) == kFastHash)
+    RebuildIndex(kKeyedHash, arena);
   else
     slots[slot] = static_cast<uint32_t>(fMembers.size());
 }
 
 void JsonObject::EraseAt(size_t pos) {
+  NoteChange();
   JsonValue* old = fMembers[pos].value;
   fMembers.erase(fMembers.begin() + static_cast<ptrdiff_t>(pos));
   if (fIndex) RebuildIndex();
@@ -260,6 +278,14 @@ void JsonObject::EraseAt(size_t pos) {
 void JsonObject::AdoptMembers(Member* first, size_t count) {
   fMembers.reserve(fMembers.size() + count);
   for (size_t i = 0; i < count; ++i) Store(std::move(first[i].key), first[i].value);
+}
+
+void JsonObject::AdoptMembers(Member* first, size_t count, mjson::Arena* arena) {
+  if (!arena) return AdoptMembers(first, count);
+  // A fresh object: its members fit the arena's storage however many of
+  // the keys repeat, so the list never grows out of it.
+  fMembers.Borrow(arena->Array<Member>(count), count);
+  for (size_t i = 0; i < count; ++i) Store(std::move(first[i].key), first[i].value, arena);
 }
 
 bool JsonObject::InsertValueWithNonUTF8KeyInternal(std::string&& key, JsonValue* value) {
@@ -456,6 +482,7 @@ JsonArray::JsonArray(const JsonArray& other) : JsonValue(other) {
 
 JsonArray& JsonArray::operator=(const JsonArray& other) {
   if (this == &other) return *this;
+  NoteChange();
   JsonArray copy(other);
   for (JsonValue* v : fValues) v->Release();
   fValues = std::move(copy.fValues);
@@ -469,10 +496,18 @@ JsonArray::~JsonArray() {
 }
 
 void JsonArray::Append(JsonValue* value) {
+  NoteChange();
   fValues.push_back(value);
 }
 
+void JsonArray::AdoptValues(JsonValue* const* first, size_t count, mjson::Arena* arena) {
+  if (!arena) return AdoptValues(first, count);
+  fValues.Borrow(arena->Array<JsonValue*>(count), count);
+  fValues.assign(first, first + count);
+}
+
 void JsonArray::AdoptValues(JsonValue* const* first, size_t count) {
+  NoteChange();
   if (fValues.empty())
     fValues.assign(first, first + count);  // exact storage, no growth path
   else
@@ -521,6 +556,7 @@ void JsonArray::AddNull() {
 void JsonArray::InsertValueAtIndex(size_t index, const JsonAutoRefPtr<JsonValue>& value) {
   // Appending is AddValue's job; an index at or past the end does nothing.
   if (!value || index >= fValues.size()) return;
+  NoteChange();
   fValues.insert(fValues.begin() + static_cast<ptrdiff_t>(index), mjson::NewReference(value));
 }
 
@@ -529,6 +565,7 @@ void JsonArray::SetValueAtIndexInternal(size_t index, JsonValue* value) {
     if (value) value->Release();
     return;
   }
+  NoteChange();
   JsonValue* old = fValues[index];
   if (value) {
     fValues[index] = value;
@@ -552,6 +589,7 @@ void JsonArray::EraseAtIndex(size_t index) {
 size_t JsonArray::Erase(size_t first, size_t count) {
   if (first >= fValues.size() || first >= 9223372036854775807ull) return 0;
   size_t n = std::min(count, fValues.size() - first);
+  NoteChange();
   std::vector<JsonValue*> removed(fValues.begin() + static_cast<ptrdiff_t>(first),
                                   fValues.begin() + static_cast<ptrdiff_t>(first + n));
   fValues.erase(fValues.begin() + static_cast<ptrdiff_t>(first),

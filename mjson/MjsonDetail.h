@@ -197,8 +197,9 @@ inline void CopyShortBytes(char* dst, const char* src, size_t n) {
   }
 }
 
-// An owned byte string in two words, for member keys and string values.
-// Up to 12 bytes sit inline; longer ones live in a pooled block. Most keys
+// A byte string in two words, for member keys and string values. Up to 12
+// bytes sit inline; longer ones live in a pooled block of the string's own,
+// or in a block it borrows (from a document arena), which it never frees. Most keys
 // and many values of real documents are short, and a document holds a great
 // many of them, so this saves both the heap call and the space of a
 // std::string. Inline strings keep their unused bytes zero, which makes
@@ -209,6 +210,22 @@ class alignas(8) CompactString {
 
   CompactString() noexcept { Zero(); }
   CompactString(const char* p, size_t n) { Init(p, n); }
+  // The string of `n` bytes at `block`, which the caller keeps alive and
+  // frees; copied when short enough to sit inline. From kHuge bytes up the
+  // block starts with the length in eight bytes (BorrowedBlockBytes).
+  static CompactString Borrowing(const char* block, size_t n) {
+    CompactString s;
+    if (n <= kInline) {
+      s.Init(block, n);
+      return s;
+    }
+    const uint32_t n32 = n < kHuge ? static_cast<uint32_t>(n) : kHuge;
+    __builtin_memcpy(s.fBytes, &n32, 4);
+    const uintptr_t tagged = reinterpret_cast<uintptr_t>(block) | kBorrowedBit;
+    __builtin_memcpy(s.fBytes + 8, &tagged, sizeof tagged);
+    return s;
+  }
+  static size_t BorrowedBlockBytes(size_t n) { return n < kHuge ? n : n + 8; }
   explicit CompactString(std::string_view s) { Init(s.data(), s.size()); }
   CompactString(const CompactString& other) { Init(other.Data(), other.Size()); }
   CompactString(CompactString&& other) noexcept {
@@ -260,11 +277,15 @@ class alignas(8) CompactString {
     return w;
   }
   bool IsInline() const { return SizeField() <= kInline; }
-  char* Block() const {
-    char* p;
+  // The block's address, with the low bit marking a borrowed block (blocks
+  // are at least two-byte aligned, so the bit is free).
+  static constexpr uintptr_t kBorrowedBit = 1;
+  uintptr_t TaggedBlock() const {
+    uintptr_t p;
     __builtin_memcpy(&p, fBytes + 8, sizeof p);
     return p;
   }
+  char* Block() const { return reinterpret_cast<char*>(TaggedBlock() & ~kBorrowedBit); }
   const char* HeapBytes() const { return SizeField() != kHuge ? Block() : Block() + 8; }
   size_t HugeSize() const {
     size_t n;
@@ -284,7 +305,7 @@ class alignas(8) CompactString {
   }
   void InitHeap(const char* p, size_t n);
   void Free() {
-    if (!IsInline()) FreeHeap();
+    if (!IsInline() && !(TaggedBlock() & kBorrowedBit)) FreeHeap();
   }
   void FreeHeap();
 

@@ -14,6 +14,7 @@
 #endif
 
 #include "Mjson.h"
+#include "MjsonArena.h"
 #include "MjsonPool.h"
 
 namespace mjson {
@@ -198,11 +199,25 @@ inline T* NewNode(Args&&... args) {
   }
 }
 
+// A new node of `arena`, or from the pool when there is none.
+template <class T, class... Args>
+inline T* MakeNode(Arena* arena, Args&&... args) {
+  if (arena) return arena->New<T>(std::forward<Args>(args)...);
+  return NewNode<T>(std::forward<Args>(args)...);
+}
+
+// The text parser's number step, building in `arena` when there is one.
+JsonValue* ParseNumber(const std::string& text, ParserContext& ctx, Arena* arena);
+
 // Destroys a node whose last reference is gone and hands its memory to the
 // pool, through the node's own (final) class: no virtual call, and the
 // pool's fast path inline wherever this is used.
 template <class T>
 inline void DeleteNode(const T* node) noexcept {
+  if (node->InArena()) [[unlikely]] {
+    Arena::DisposeNode(node, nullptr);
+    return;
+  }
   node->~T();
   pool::Free(const_cast<T*>(node), sizeof(T));
 }
@@ -214,7 +229,7 @@ inline void DeleteNode(const T* node) noexcept {
 // it needs no place in the queue that keeps freeing iterative.
 inline void JsonValue::ReleaseChild(const JsonValue* v) noexcept {
   if (v->SoleOwner()) {
-    switch (v->fType) {
+    switch (v->Type()) {
       case String:
         return mjson::DeleteNode(static_cast<const JsonString*>(v));
       case Integer:

@@ -72,13 +72,27 @@ namespace {
 // never freed before the real itself: a reader on another thread may be
 // copying the text while the value is being settled, so the settled value
 // is kept here beside it, published by `settled`.
+//
+// The text's bytes follow the structure in the same block, which is the
+// real's own or, for a real of a document arena, the arena's.
 struct RealText {
-  RealText(int d, std::string t) : digits(d), text(std::move(t)) {}
+  RealText(int d, size_t n) : digits(d), length(n) {}
   int digits;
-  std::string text;
+  size_t length;
   std::atomic<uint64_t> value{0};
   std::atomic<bool> settled{false};
+
+  std::string_view Text() const { return {reinterpret_cast<const char*>(this + 1), length}; }
+  static size_t BlockBytes(size_t n) { return sizeof(RealText) + n; }
 };
+
+RealText* NewRealText(std::string_view text, int digits, mjson::Arena* arena) {
+  const size_t bytes = RealText::BlockBytes(text.size());
+  void* memory = arena ? arena->Data(bytes) : ::operator new(bytes);
+  auto* real = new (memory) RealText(digits, text.size());
+  memcpy(reinterpret_cast<char*>(real + 1), text.data(), text.size());
+  return real;
+}
 
 RealText* TextOf(uint64_t bits) {
   RealText* text;
@@ -150,7 +164,16 @@ bool JsonReal::HasPendingText() const {
 }
 
 JsonReal::JsonReal(std::string&& text, int digits) : JsonValue(Real), fBits(0) {
-  fBits = BitsOf(new RealText(digits, std::move(text)));
+  SetText(text, digits, nullptr);
+}
+
+JsonReal::JsonReal(std::string_view text, int digits, mjson::Arena* arena)
+    : JsonValue(Real), fBits(0) {
+  SetText(text, digits, arena);
+}
+
+void JsonReal::SetText(std::string_view text, int digits, mjson::Arena* arena) {
+  fBits = BitsOf(NewRealText(text, digits, arena));
   SetFormUnshared(kText);
 }
 
@@ -169,23 +192,24 @@ JsonReal::JsonReal(uint64_t digitsValue, const Shape& shape, int)
   SetFormUnshared(form);
 }
 
-void JsonReal::CopyText(const Form& form) {
+void JsonReal::CopyText(const Form& form, mjson::Arena* arena) {
   RealText* text = TextOf(form.bits);
-  if (text->settled.load(std::memory_order_acquire)) {
+  if (text->settled.load(std::memory_order_acquire))
     SetValue(BitsAsDouble(text->value.load(std::memory_order_relaxed)), text->digits);
-  } else {
-    fBits = BitsOf(new RealText(text->digits, text->text));
-    SetFormUnshared(kText);
-  }
+  else
+    SetText(text->Text(), text->digits, arena);
 }
 
 void JsonReal::DeleteText(uint64_t bits) {
-  delete TextOf(bits);
+  RealText* text = TextOf(bits);
+  const size_t bytes = RealText::BlockBytes(text->length);
+  text->~RealText();
+  ::operator delete(text, bytes);
 }
 
 void JsonReal::AppendText(const Form& form, std::string& out) {
   if (form.State() == kText) {
-    out.append(TextOf(form.bits)->text);
+    out.append(TextOf(form.bits)->Text());
     return;
   }
   char buf[48];
@@ -234,7 +258,7 @@ double JsonReal::SettleAndGet() const {
         RealText* text = TextOf(form.bits);
         if (text->settled.load(std::memory_order_acquire))
           return BitsAsDouble(text->value.load(std::memory_order_relaxed));
-        double v = StrToDouble(text->text.data(), text->text.size());
+        double v = StrToDouble(text->Text().data(), text->Text().size());
         text->value.store(DoubleBits(v), std::memory_order_relaxed);
         text->settled.store(true, std::memory_order_release);
         return v;
@@ -263,6 +287,10 @@ double JsonReal::SettleAndGet() const {
 // Scanning numbers from text
 
 JsonValue* JsonValue::ParseNumber(const std::string& text, ParserContext& ctx) {
+  return mjson::ParseNumber(text, ctx, nullptr);
+}
+
+JsonValue* mjson::ParseNumber(const std::string& text, ParserContext& ctx, Arena* arena) {
   const char* data = text.data();
   size_t n = text.size();
   size_t start = ctx.fPosition;
@@ -341,9 +369,9 @@ JsonValue* JsonValue::ParseNumber(const std::string& text, ParserContext& ctx) {
 
   JsonValue* result;
   if (!isReal && negative && value <= static_cast<unsigned long long>(JsonInteger::sMaxInt64)) {
-    result = mjson::NewNode<JsonInteger>(-static_cast<long long>(value));
+    result = mjson::MakeNode<JsonInteger>(arena, -static_cast<long long>(value));
   } else if (!isReal && !negative) {
-    result = mjson::NewNode<JsonInteger>(value, true);
+    result = mjson::MakeNode<JsonInteger>(arena, value, true);
   } else if (exponentDigits >= 2 || fractionDigits >= 18) {
     double d = JsonReal::StrToDouble(data + start, p - start);
     if (d >= JsonReal::sInfinity) {
@@ -351,15 +379,16 @@ JsonValue* JsonValue::ParseNumber(const std::string& text, ParserContext& ctx) {
       ctx.fError = "real number out of double range";
       return nullptr;
     }
-    result = mjson::NewNode<JsonReal>(d, digits);
+    result = mjson::MakeNode<JsonReal>(arena, d, digits);
   } else if (intDigits + static_cast<size_t>(fractionDigits) <= 19) {
     JsonReal::Shape shape{negative,           static_cast<uint8_t>(intDigits),
                           fractionDigits > 0, static_cast<uint8_t>(fractionDigits),
                           exponentDigits > 0, upperE,
                           exponentSign,       static_cast<uint8_t>(exponentDigit)};
-    result = mjson::NewNode<JsonReal>(allDigits, shape, digits);
+    result = mjson::MakeNode<JsonReal>(arena, allDigits, shape, digits);
   } else {
-    result = mjson::NewNode<JsonReal>(std::string(data + start, p - start), digits);
+    result = mjson::MakeNode<JsonReal>(
+        arena, std::string_view(data + start, static_cast<size_t>(p - start)), digits, arena);
   }
   ctx.fPosition = p;
   return result;
@@ -463,7 +492,7 @@ void JsonReal::AppendSettledOrText(const Form& form, std::string& out) const {
   // Text: written as it came until a numeric read settles it.
   const RealText* text = TextOf(form.bits);
   if (!text->settled.load(std::memory_order_acquire)) {
-    out.append(text->text);
+    out.append(text->Text());
     return;
   }
   AppendReal(out, BitsAsDouble(text->value.load(std::memory_order_relaxed)), text->digits);

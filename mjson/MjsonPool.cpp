@@ -21,6 +21,7 @@
 #endif
 
 #include "Mjson.h"
+#include "MjsonArena.h"
 #include "MjsonPool.h"
 #include "MjsonScratch.h"
 
@@ -48,7 +49,6 @@
 // and overruns stay visible to it.
 
 namespace mjson::pool {
-namespace {
 
 // The C library keeps freed blocks in its heap, resident, until it is told
 // to give their pages back; other systems' allocators do that themselves.
@@ -58,6 +58,8 @@ void ReturnFreedPages() {
   malloc_trim(0);
 #endif
 }
+
+namespace {
 
 // Blocks at least this big come from the general heap; after freeing one,
 // the heap's free pages go back to the system. Smaller frees do not pay for
@@ -328,15 +330,22 @@ void FreeUnpooled(void* p, size_t size) noexcept {
 // of a fiber-local slot ends. The callback receives the object itself and
 // touches no thread storage.
 
-namespace {
-
 // Values whose last reference went away while another value was being
 // deleted wait here; the outermost deletion drains the list, so tearing
-// down a tree never nests destructor calls more than one level deep.
+// down a tree never nests destructor calls more than one level deep. An
+// entry with its low bit set is no value but an arena's hold, dropped once
+// the entries above it (the children of the value that pushed it) are gone.
 struct PendingDeletes {
   std::vector<const JsonUseCounted*> items;
   bool active = false;
 };
+
+void PushArenaHold(PendingDeletes* pending, Arena* arena) {
+  pending->items.push_back(
+      reinterpret_cast<const JsonUseCounted*>(reinterpret_cast<uintptr_t>(arena) | 1));
+}
+
+namespace {
 
 struct ThreadState {
   PendingDeletes pending;
@@ -452,7 +461,7 @@ constexpr size_t kPendingKeep = 4096;
 void JsonUseCounted::Destroy() const noexcept {
   mjson::pool::ThreadState* state = mjson::pool::State();
   if (!state) [[unlikely]] {
-    delete this;
+    Dispose(nullptr);
     return;
   }
   mjson::pool::PendingDeletes& pending = state->pending;
@@ -461,11 +470,15 @@ void JsonUseCounted::Destroy() const noexcept {
     return;
   }
   pending.active = true;
-  delete this;
+  Dispose(&pending);
   while (!pending.items.empty()) {
     const JsonUseCounted* next = pending.items.back();
     pending.items.pop_back();
-    delete next;
+    const auto tagged = reinterpret_cast<uintptr_t>(next);
+    if (tagged & 1)
+      reinterpret_cast<mjson::Arena*>(tagged & ~uintptr_t(1))->DropHold();
+    else
+      next->Dispose(&pending);
   }
   if (pending.items.capacity() > kPendingKeep) {
     const bool large = pending.items.capacity() * sizeof(void*) >= mjson::pool::kLargeBlock;

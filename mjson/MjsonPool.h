@@ -81,6 +81,9 @@ inline ThreadCache& Cache() {
 }
 #endif
 
+// Asks the C library to give its free pages back to the system.
+void ReturnFreedPages();
+
 [[gnu::noinline, gnu::cold]] void* AllocateSlow(size_t cls);
 [[gnu::noinline, gnu::cold]] void FreeSlow(size_t cls, void* p) noexcept;
 // Blocks too big for a class, and every block when the pool is off.

@@ -234,11 +234,14 @@ class TextParser {
     for (JsonValue* v : fValues) v->Release();
     for (Frame& f : fFrames)
       if (f.compiled) f.compiled->Release();
+    if (fArena) fArena->Discard();  // a parse cut short by an exception
   }
 
+  // Parses one value, in an arena of its own unless the input is short.
   JsonValue* Run(ValueMode mode, const JsonCompiledObjectContext* table);
 
  private:
+  JsonValue* Build(ValueMode mode, const JsonCompiledObjectContext* table);
   enum class Kind : uint8_t { kObject, kArray, kCompiled };
   struct Frame {
     Kind kind;
@@ -326,6 +329,8 @@ class TextParser {
   mjson::Scratch<JsonValue*, mjson::ScratchUse::kTextValues> fValuesScratch;
   std::vector<JsonValue*>& fValues = fValuesScratch.Get();
   std::string fKey;
+  // Where the document is built; null for the pool.
+  mjson::Arena* fArena = nullptr;
 };
 
 JsonValue* TextParser::ParseScalar() {
@@ -336,28 +341,30 @@ JsonValue* TextParser::ParseScalar() {
     case '"': {
       std::string_view s;
       if (!ScanString(s)) return nullptr;
+      if (fArena)
+        return fArena->New<JsonString>(fArena->String(s.data(), s.size()), JsonString::Trusted{});
       return mjson::NewNode<JsonString>(s, JsonString::Trusted{});
     }
     case 't':
       if (t.size() - p >= 4 && memcmp(t.data() + p, "true", 4) == 0) {
         fCtx.fPosition = p + 4;
-        return mjson::NewNode<JsonTrue>();
+        return mjson::MakeNode<JsonTrue>(fArena);
       }
       break;
     case 'f':
       if (t.size() - p >= 5 && memcmp(t.data() + p, "false", 5) == 0) {
         fCtx.fPosition = p + 5;
-        return mjson::NewNode<JsonFalse>();
+        return mjson::MakeNode<JsonFalse>(fArena);
       }
       break;
     case 'n':
       if (t.size() - p >= 4 && memcmp(t.data() + p, "null", 4) == 0) {
         fCtx.fPosition = p + 4;
-        return mjson::NewNode<JsonNull>();
+        return mjson::MakeNode<JsonNull>(fArena);
       }
       break;
     default:
-      if (c == '-' || IsDigit(c)) return JsonValue::ParseNumber(t, fCtx);
+      if (c == '-' || IsDigit(c)) return mjson::ParseNumber(t, fCtx, fArena);
       break;
   }
   Fail("not a JSON value");
@@ -370,7 +377,7 @@ void TextParser::Open(Kind kind, const JsonCompiledObjectContext* table) {
   f.previous = fText[fCtx.fPosition];
   f.table = table;
   if (kind == Kind::kCompiled) {
-    f.compiled = mjson::NewNode<JsonCompiledObject>(table);
+    f.compiled = mjson::MakeNode<JsonCompiledObject>(fArena, table, fArena);
   } else {
     f.base = kind == Kind::kObject ? fPairs.size() : fValues.size();
   }
@@ -476,8 +483,8 @@ JsonValue* TextParser::CloseFrame() {
   JsonValue* done;
   switch (f.kind) {
     case Kind::kArray: {
-      auto* array = mjson::NewNode<JsonArray>();
-      array->AdoptValues(fValues.data() + f.base, fValues.size() - f.base);
+      auto* array = mjson::MakeNode<JsonArray>(fArena);
+      array->AdoptValues(fValues.data() + f.base, fValues.size() - f.base, fArena);
       fValues.resize(f.base);
       done = array;
       break;
@@ -487,8 +494,8 @@ JsonValue* TextParser::CloseFrame() {
       f.compiled = nullptr;
       break;
     default: {
-      auto* object = mjson::NewNode<JsonObject>(fCtx.fKeepObjectOrder);
-      object->AdoptMembers(fPairs.data() + f.base, fPairs.size() - f.base);
+      auto* object = mjson::MakeNode<JsonObject>(fArena, fCtx.fKeepObjectOrder);
+      object->AdoptMembers(fPairs.data() + f.base, fPairs.size() - f.base, fArena);
       fPairs.resize(f.base);
       done = object;
       break;
@@ -516,7 +523,10 @@ bool TextParser::ReadMemberKey(Frame& f, NextValue* next) {
   SkipWs();
   *next = {ValueMode::kAny, nullptr};
   if (f.kind != Kind::kCompiled) {
-    fPairs.emplace_back(key.data(), key.size());
+    if (fArena)
+      fPairs.emplace_back(fArena->String(key.data(), key.size()), nullptr);
+    else
+      fPairs.emplace_back(key.data(), key.size());
     return true;
   }
   // A compiled object's key table says how the value must look; a key it
@@ -595,6 +605,20 @@ void TextParser::Unwind(bool failedInValue) {
 }
 
 JsonValue* TextParser::Run(ValueMode mode, const JsonCompiledObjectContext* table) {
+  const size_t left = fCtx.fPosition < fText.size() ? fText.size() - fCtx.fPosition : 0;
+  fArena = mjson::Arena::ForInput(left);
+  JsonValue* value = Build(mode, table);
+  if (fArena) {
+    if (value)
+      fArena->Seal(value);
+    else
+      fArena->Discard();
+    fArena = nullptr;
+  }
+  return value;
+}
+
+JsonValue* TextParser::Build(ValueMode mode, const JsonCompiledObjectContext* table) {
   bool opened;
   JsonValue* value = BeginValue(mode, table, &opened);
   for (;;) {

@@ -109,7 +109,7 @@ JsonAutoRefPtr<JsonValue> NumberPrefix(std::string_view s) {
 }  // namespace
 
 bool JsonValue::GetAsString(std::string& out) const {
-  if (fType == String) {
+  if (Type() == String) {
     out = static_cast<const JsonString*>(this)->Value();
     return true;
   }
@@ -125,7 +125,7 @@ std::string JsonValue::GetAsString() const {
 }
 
 bool JsonValue::GetAsInteger(long long& out) const {
-  switch (fType) {
+  switch (Type()) {
     case Integer: {
       auto* i = static_cast<const JsonInteger*>(this);
       out = i->Get();
@@ -163,14 +163,14 @@ bool JsonValue::GetAsInteger(long long& out) const {
 }
 
 long long JsonValue::GetAsInteger() const {
-  if (fType == Integer) return static_cast<const JsonInteger*>(this)->Get();
+  if (Type() == Integer) return static_cast<const JsonInteger*>(this)->Get();
   long long out;
   GetAsInteger(out);
   return out;
 }
 
 bool JsonValue::GetAsReal(double& out) const {
-  switch (fType) {
+  switch (Type()) {
     case Real:
       out = static_cast<const JsonReal*>(this)->Get();
       return true;
@@ -200,14 +200,14 @@ bool JsonValue::GetAsReal(double& out) const {
 }
 
 double JsonValue::GetAsReal() const {
-  if (fType == Real) return static_cast<const JsonReal*>(this)->Get();
+  if (Type() == Real) return static_cast<const JsonReal*>(this)->Get();
   double out;
   GetAsReal(out);
   return out;
 }
 
 bool JsonValue::GetAsBool(bool& out) const {
-  switch (fType) {
+  switch (Type()) {
     case True:
       out = true;
       return true;
@@ -232,8 +232,8 @@ bool JsonValue::GetAsBool(bool& out) const {
 }
 
 bool JsonValue::GetAsBool() const {
-  if (fType == True) return true;
-  if (fType == False) return false;
+  if (Type() == True) return true;
+  if (Type() == False) return false;
   bool out;
   GetAsBool(out);
   return out;
