@@ -572,6 +572,7 @@ class JsonObject final : public JsonValue {
   void Store(CompactString&& key, JsonValue* value);  // adopts value, never null
   void EraseAt(size_t pos);
   void RebuildIndex();
+  void RebuildIndex(mjson::Arena* arena);  // a fresh index, from `arena`
   void RebuildIndex(uint32_t hash, mjson::Arena* arena = nullptr);
   void Store(CompactString&& key, JsonValue* value, mjson::Arena* arena);
   void DropIndex();

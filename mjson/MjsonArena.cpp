@@ -23,7 +23,10 @@ namespace {
 
 // Chunks start small, so that a small document takes little, and double up
 // to this; anything larger than a quarter of it gets a block of its own.
+// The first chunks are sized from the input but kept small, as a value may
+// be read from the front of a long buffer (a stream of values, say).
 constexpr size_t kMaxChunkBytes = 256 * 1024;
+constexpr size_t kMaxFirstChunk = 16 * 1024;
 constexpr size_t kFirstDataChunk = 1024;
 
 // After an arena this large dies, the C library is asked to give free pages
@@ -62,9 +65,9 @@ Arena* Arena::Create(size_t expectedBytes) {
   auto* arena = new Arena();
   // Nodes take somewhat more than half of a parsed document's memory.
   arena->fNextNodeChunk =
-      std::clamp(RoundUp(expectedBytes / 2, kPageBytes), kPageBytes, kMaxChunkBytes);
+      std::clamp(RoundUp(expectedBytes / 2, kPageBytes), kPageBytes, kMaxFirstChunk);
   arena->fNextDataChunk =
-      std::clamp(RoundUp(expectedBytes / 2, 1024), kFirstDataChunk, kMaxChunkBytes);
+      std::clamp(RoundUp(expectedBytes / 2, 1024), kFirstDataChunk, kMaxFirstChunk);
   return arena;
 }
 

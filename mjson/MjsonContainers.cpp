@@ -192,6 +192,10 @@ void JsonObject::RebuildIndex() {
   RebuildIndex(fIndex ? fIndex[1] & kHashBits : kFastHash);
 }
 
+void JsonObject::RebuildIndex(mjson::Arena* arena) {
+  RebuildIndex(fIndex ? fIndex[1] & kHashBits : kFastHash, arena);
+}
+
 // Builds the index with the given hash. A fast index whose keys pile up in
 // one long probe run is built again with the keyed hash, which then stays.
 void JsonObject::RebuildIndex(uint32_t hash, mjson::Arena* arena) {

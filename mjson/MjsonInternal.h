@@ -159,9 +159,11 @@ class TreeCopier {
  public:
   // Copies the children of `src` into the empty container `dst` of the same
   // type, and their children, on a stack of its own.
-  static void CopyChildren(JsonValue* dst, const JsonValue* src);
+  // type, and their children, on a stack of its own; with `arena`, every
+  // node and list of the copy comes from it.
+  static void CopyChildren(JsonValue* dst, const JsonValue* src, mjson::Arena* arena = nullptr);
   // A copy of `v` with all its own fields but none of its children.
-  static JsonValue* ShallowCopy(const JsonValue& v);
+  static JsonValue* ShallowCopy(const JsonValue& v, mjson::Arena* arena = nullptr);
 };
 
 namespace mjson {

@@ -136,25 +136,30 @@ class MsgPackReader {
       : fCur(cur), fEnd(end), fCtx(ctx), fKeepOrder(ctx.fKeepObjectOrder) {}
 
   ~MsgPackReader() {
-    for (JsonObject::Member& m : fPairs)
-      if (m.value) m.value->Release();
-    for (JsonValue* v : fValues) v->Release();
-    for (Frame& f : fFrames)
-      if (f.compiled) f.compiled->Release();
+    ReleaseLeftovers();
+    if (fArena) fArena->Discard();  // a read cut short by an exception
   }
 
   const char* Cursor() const { return fCur; }
 
   // One complete value at the cursor.
-  JsonValue* ReadValue(const JsonCompiledObjectContext* table) { return Finish(Begin(table)); }
+  JsonValue* ReadValue(const JsonCompiledObjectContext* table) {
+    Open();
+    return Seal(Finish(Begin(table)));
+  }
 
   // The `count` children of a container whose header was consumed.
   JsonValue* ReadArray(size_t count, const JsonCompiledObjectContext* table) {
-    return Finish(OpenArray(count, table));
+    Open();
+    return Seal(Finish(OpenArray(count, table)));
   }
-  JsonValue* ReadObject(size_t count) { return Finish(OpenMap(count, nullptr)); }
+  JsonValue* ReadObject(size_t count) {
+    Open();
+    return Seal(Finish(OpenMap(count, nullptr)));
+  }
   JsonValue* ReadCompiled(size_t count, const JsonCompiledObjectContext* table) {
-    return Finish(OpenCompiled(count, table));
+    Open();
+    return Seal(Finish(OpenCompiled(count, table)));
   }
 
  private:
@@ -185,6 +190,36 @@ class MsgPackReader {
   }
   JsonValue* Finish(Began began) { return began.opened ? Run() : began.value; }
 
+  // The document is read into an arena of its own unless the input is short.
+  void Open() { fArena = mjson::Arena::ForInput(static_cast<size_t>(fEnd - fCur)); }
+  JsonValue* Seal(JsonValue* value) {
+    if (fArena) {
+      if (value) {
+        fArena->Seal(value);
+      } else {
+        ReleaseLeftovers();  // before their memory goes
+        fArena->Discard();
+      }
+      fArena = nullptr;
+    }
+    return value;
+  }
+  // What a failed read leaves half built.
+  void ReleaseLeftovers() {
+    for (JsonObject::Member& m : fPairs)
+      if (m.value) m.value->Release();
+    fPairs.clear();
+    for (JsonValue* v : fValues) v->Release();
+    fValues.clear();
+    for (Frame& f : fFrames)
+      if (f.compiled) f.compiled->Release();
+    fFrames.clear();
+  }
+  template <class T, class... Args>
+  T* Make(Args&&... args) {
+    return mjson::MakeNode<T>(fArena, std::forward<Args>(args)...);
+  }
+
   Began Begin(const JsonCompiledObjectContext* table);
   // Each gives an empty container at once, or pushes its frame.
   Began OpenArray(size_t count, const JsonCompiledObjectContext* table);
@@ -205,16 +240,16 @@ class MsgPackReader {
     const T v = LoadBig<T>(fCur);
     fCur += sizeof(T);
     if constexpr (std::is_same_v<T, uint64_t>)  // large ones are flagged unsigned
-      return mjson::NewNode<JsonInteger>(static_cast<unsigned long long>(v), true);
+      return Make<JsonInteger>(static_cast<unsigned long long>(v), true);
     else
-      return mjson::NewNode<JsonInteger>(static_cast<long long>(v));
+      return Make<JsonInteger>(static_cast<long long>(v));
   }
   template <class T>
   JsonValue* ReadReal() {
     if (static_cast<size_t>(fEnd - fCur) < sizeof(T)) return Truncated();
     const T v = LoadBig<T>(fCur);
     fCur += sizeof(T);
-    return mjson::NewNode<JsonReal>(static_cast<double>(v), 0);
+    return Make<JsonReal>(static_cast<double>(v), 0);
   }
   JsonValue* ReadString(unsigned char code) {
     const char* bytes;
@@ -235,6 +270,7 @@ class MsgPackReader {
   // the caller vouches for its input.
   JsonValue* MakeString(const char* p, size_t n) {
     if (!fCtx.fNoUTF8Check && !IsUTF8(p, n)) n = 0;
+    if (fArena) return fArena->New<JsonString>(fArena->String(p, n), JsonString::Trusted{});
     return mjson::NewNode<JsonString>(std::string_view(p, n), JsonString::Trusted{});
   }
   JsonValue* Truncated() {
@@ -253,11 +289,12 @@ class MsgPackReader {
   mjson::Scratch<JsonObject::Member, mjson::ScratchUse::kMsgPackPairs> fPairsScratch;
   std::vector<JsonObject::Member>& fPairs = fPairsScratch.Get();
   std::string fKey;
+  mjson::Arena* fArena = nullptr;
 };
 
 MsgPackReader::Began MsgPackReader::OpenArray(size_t count,
                                               const JsonCompiledObjectContext* table) {
-  if (count == 0) return Done(mjson::NewNode<JsonArray>());
+  if (count == 0) return Done(Make<JsonArray>());
   // Short arrays are mostly all scalars (points, pairs, small lists): read
   // them straight into their storage. A frame opens only at the first
   // container element, taking over the elements read so far.
@@ -276,8 +313,8 @@ MsgPackReader::Began MsgPackReader::OpenArray(size_t count,
       run[k] = v;
     }
     if (k == count) {
-      auto* array = mjson::NewNode<JsonArray>();
-      array->AdoptValues(run, count);
+      auto* array = Make<JsonArray>();
+      array->AdoptValues(run, count, fArena);
       return Done(array);
     }
     fValues.insert(fValues.end(), run, run + k);
@@ -289,13 +326,13 @@ MsgPackReader::Began MsgPackReader::OpenArray(size_t count,
 // Maps read against a key table become compiled objects, others plain ones.
 MsgPackReader::Began MsgPackReader::OpenMap(size_t count, const JsonCompiledObjectContext* table) {
   if (table) return OpenCompiled(count, table);
-  if (count == 0) return Done(mjson::NewNode<JsonObject>(fKeepOrder));
+  if (count == 0) return Done(Make<JsonObject>(fKeepOrder));
   return Opened({nullptr, nullptr, nullptr, fPairs.size(), count, kObject, false, 0});
 }
 
 MsgPackReader::Began MsgPackReader::OpenCompiled(size_t count,
                                                  const JsonCompiledObjectContext* table) {
-  auto* object = mjson::NewNode<JsonCompiledObject>(table);
+  auto* object = Make<JsonCompiledObject>(table, fArena);
   if (count == 0) return Done(object);
   return Opened({table, object, nullptr, 0, count, kCompiled, false, 0});
 }
@@ -304,9 +341,9 @@ MsgPackReader::Began MsgPackReader::OpenCompiled(size_t count,
 MsgPackReader::Began MsgPackReader::Begin(const JsonCompiledObjectContext* table) {
   if (fCur >= fEnd) return Done(Truncated());
   const unsigned char code = Byte(fCur++);
-  if (code < kFixMap) return Done(mjson::NewNode<JsonInteger>(static_cast<long long>(code)));
+  if (code < kFixMap) return Done(Make<JsonInteger>(static_cast<long long>(code)));
   if (code >= kNegativeFixInt)
-    return Done(mjson::NewNode<JsonInteger>(static_cast<long long>(static_cast<int8_t>(code))));
+    return Done(Make<JsonInteger>(static_cast<long long>(static_cast<int8_t>(code))));
   if (code < kFixArray) return OpenMap(code & kFixCountMask, table);
   if (code < kFixStr) return OpenArray(code & kFixCountMask, table);
   if (code < kNil) {  // fixstr, the form of most strings
@@ -318,11 +355,11 @@ MsgPackReader::Began MsgPackReader::Begin(const JsonCompiledObjectContext* table
   }
   switch (code) {
     case kNil:
-      return Done(mjson::NewNode<JsonNull>());
+      return Done(Make<JsonNull>());
     case kFalse:
-      return Done(mjson::NewNode<JsonFalse>());
+      return Done(Make<JsonFalse>());
     case kTrue:
-      return Done(mjson::NewNode<JsonTrue>());
+      return Done(Make<JsonTrue>());
     case kFloat32:
       return Done(ReadReal<float>());
     case kFloat64:
@@ -432,15 +469,15 @@ JsonValue* MsgPackReader::Close() {
   JsonValue* done;
   switch (f.kind) {
     case kArray: {
-      auto* array = mjson::NewNode<JsonArray>();
-      array->AdoptValues(fValues.data() + f.base, fValues.size() - f.base);
+      auto* array = Make<JsonArray>();
+      array->AdoptValues(fValues.data() + f.base, fValues.size() - f.base, fArena);
       fValues.resize(f.base);
       done = array;
       break;
     }
     case kObject: {
-      auto* object = mjson::NewNode<JsonObject>(fKeepOrder);
-      object->AdoptMembers(fPairs.data() + f.base, fPairs.size() - f.base);
+      auto* object = Make<JsonObject>(fKeepOrder);
+      object->AdoptMembers(fPairs.data() + f.base, fPairs.size() - f.base, fArena);
       fPairs.resize(f.base);
       done = object;
       break;
@@ -479,7 +516,10 @@ JsonValue* MsgPackReader::Run() {
       if (f.kind == kObject) {
         f.dropValue = !IsUTF8(key, keyLength);
         if (!f.dropValue) {
-          fPairs.emplace_back(key, keyLength);
+          if (fArena)
+            fPairs.emplace_back(fArena->String(key, keyLength), nullptr);
+          else
+            fPairs.emplace_back(key, keyLength);
         }
       } else {
         fKey.assign(key, keyLength);

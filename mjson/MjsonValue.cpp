@@ -253,7 +253,7 @@ bool IsContainer(const JsonValue* v) {
 
 // The copy walks the source with a stack of its own, breadth-first within
 // each container, so a document of any depth copies on constant call stack.
-void TreeCopier::CopyChildren(JsonValue* dst, const JsonValue* src) {
+void TreeCopier::CopyChildren(JsonValue* dst, const JsonValue* src, mjson::Arena* arena) {
   struct Frame {
     JsonValue* dst;
     const JsonValue* src;
@@ -270,14 +270,20 @@ void TreeCopier::CopyChildren(JsonValue* dst, const JsonValue* src) {
         auto* s = static_cast<const JsonObject*>(f.src);
         auto* d = static_cast<JsonObject*>(f.dst);
         if (f.next == s->fMembers.size()) {
-          d->RebuildIndex();
+          if (arena)
+            d->RebuildIndex(arena);
+          else
+            d->RebuildIndex();
           stack.pop_back();
           continue;
         }
         const JsonObject::Member& m = s->fMembers[f.next++];
         child = m.value;
-        copy = ShallowCopy(*child);
-        d->fMembers.push_back({m.key, copy});
+        copy = ShallowCopy(*child, arena);
+        if (arena)
+          d->fMembers.push_back({arena->String(m.key.Data(), m.key.Size()), copy});
+        else
+          d->fMembers.push_back({m.key, copy});
         break;
       }
       case JsonValue::Array: {
@@ -288,7 +294,7 @@ void TreeCopier::CopyChildren(JsonValue* dst, const JsonValue* src) {
           continue;
         }
         child = s->fValues[f.next++];
-        copy = ShallowCopy(*child);
+        copy = ShallowCopy(*child, arena);
         d->fValues.push_back(copy);
         break;
       }
@@ -302,7 +308,7 @@ void TreeCopier::CopyChildren(JsonValue* dst, const JsonValue* src) {
         }
         size_t i = f.next++;
         child = s->fSlots[i];
-        copy = ShallowCopy(*child);
+        copy = ShallowCopy(*child, arena);
         d->fSlots[i] = copy;
         break;
       }
@@ -311,45 +317,75 @@ void TreeCopier::CopyChildren(JsonValue* dst, const JsonValue* src) {
   }
 }
 
-JsonValue* TreeCopier::ShallowCopy(const JsonValue& v) {
+JsonValue* TreeCopier::ShallowCopy(const JsonValue& v, mjson::Arena* arena) {
   switch (v.Type()) {
-    case JsonValue::String:
-      return mjson::NewNode<JsonString>(static_cast<const JsonString&>(v));
+    case JsonValue::String: {
+      auto& s = static_cast<const JsonString&>(v);
+      if (!arena) return mjson::NewNode<JsonString>(s);
+      std::string_view bytes = s.Value();
+      return arena->New<JsonString>(arena->String(bytes.data(), bytes.size()),
+                                    JsonString::Trusted{});
+    }
     case JsonValue::Integer:
-      return mjson::NewNode<JsonInteger>(static_cast<const JsonInteger&>(v));
+      return mjson::MakeNode<JsonInteger>(arena, static_cast<const JsonInteger&>(v));
     case JsonValue::Real:
-      return mjson::NewNode<JsonReal>(static_cast<const JsonReal&>(v));
+      return mjson::MakeNode<JsonReal>(arena, static_cast<const JsonReal&>(v), arena);
     case JsonValue::Object: {
       auto& o = static_cast<const JsonObject&>(v);
-      auto* copy = mjson::NewNode<JsonObject>(o.KeepsOrder());
-      copy->fMembers.reserve(o.Size());
+      auto* copy = mjson::MakeNode<JsonObject>(arena, o.KeepsOrder());
+      if (arena)
+        copy->fMembers.Borrow(arena->Array<JsonObject::Member>(o.Size()), o.Size());
+      else
+        copy->fMembers.reserve(o.Size());
       return copy;
     }
     case JsonValue::CompiledObject: {
       auto& o = static_cast<const JsonCompiledObject&>(v);
-      auto* copy = mjson::NewNode<JsonCompiledObject>(o.Context());
-      copy->fSlots.assign(o.SlotCount(), nullptr);
+      auto* copy = mjson::MakeNode<JsonCompiledObject>(arena, o.Context(), arena);
+      if (copy->fSlots.size() != o.SlotCount()) {  // the table grew since `o` was made
+        if (arena) copy->fSlots.Borrow(arena->Array<JsonValue*>(o.SlotCount()), o.SlotCount());
+        copy->fSlots.assign(o.SlotCount(), nullptr);
+      }
       copy->fCountFilled = o.fCountFilled;
       return copy;
     }
     case JsonValue::Array: {
-      auto* copy = mjson::NewNode<JsonArray>();
-      copy->fValues.reserve(static_cast<const JsonArray&>(v).Size());
+      auto& a = static_cast<const JsonArray&>(v);
+      auto* copy = mjson::MakeNode<JsonArray>(arena);
+      if (arena)
+        copy->fValues.Borrow(arena->Array<JsonValue*>(a.Size()), a.Size());
+      else
+        copy->fValues.reserve(a.Size());
       return copy;
     }
     case JsonValue::True:
-      return mjson::NewNode<JsonTrue>();
+      return mjson::MakeNode<JsonTrue>(arena);
     case JsonValue::False:
-      return mjson::NewNode<JsonFalse>();
+      return mjson::MakeNode<JsonFalse>(arena);
     default:
-      return mjson::NewNode<JsonNull>();
+      return mjson::MakeNode<JsonNull>(arena);
   }
 }
 
+// A container read from a document of some size (it lies in an arena) is
+// copied into an arena of its own, which is then freed in one step as well;
+// scalars and documents built piece by piece are copied into the pool.
 JsonValue* JsonValue::CopyNoARefPtr(const JsonValue& value) {
-  JsonValue* copy = TreeCopier::ShallowCopy(value);
-  if (IsContainer(copy)) TreeCopier::CopyChildren(copy, &value);
-  return copy;
+  if (!IsContainer(&value) || !value.InArena()) {
+    JsonValue* copy = TreeCopier::ShallowCopy(value);
+    if (IsContainer(copy)) TreeCopier::CopyChildren(copy, &value);
+    return copy;
+  }
+  mjson::Arena* arena = mjson::Arena::Create(0);
+  try {
+    JsonValue* copy = TreeCopier::ShallowCopy(value, arena);
+    TreeCopier::CopyChildren(copy, &value, arena);
+    arena->Seal(copy);
+    return copy;
+  } catch (...) {
+    arena->Discard();  // every node of the copy is the arena's
+    throw;
+  }
 }
 
 JsonAutoRefPtr<JsonValue> JsonValue::Copy(const JsonValue& value) {
