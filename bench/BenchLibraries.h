@@ -15,8 +15,8 @@
 
 // Operations, in the order they are registered and reported.
 inline const std::vector<std::string>& Operations() {
-  static const std::vector<std::string> ops = {"parse",         "write",        "pretty",
-                                               "msgpack-write", "msgpack-read", "heap"};
+  static const std::vector<std::string> ops = {"parse",        "write", "pretty", "msgpack-write",
+                                               "msgpack-read", "copy",  "heap"};
   return ops;
 }
 

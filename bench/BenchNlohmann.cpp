@@ -39,6 +39,11 @@ std::vector<TimedCase> NlohmannCases(const BenchDoc& doc) {
       benchmark::DoNotOptimize(out.data());
       return !out.empty();
     }));
+    cases.push_back(MakeCase(doc, "copy", "nlohmann", [parsed] {
+      Json copy = *parsed;
+      benchmark::DoNotOptimize(&copy);
+      return !copy.is_discarded();
+    }));
     cases.push_back(MakeCase(doc, "msgpack-write", "nlohmann", [parsed] {
       std::vector<uint8_t> out = Json::to_msgpack(*parsed);
       benchmark::DoNotOptimize(out.data());

@@ -1,6 +1,6 @@
 // RapidJSON, twice for parsing: with UTF-8 validation and full-precision
 // numbers (what our parse does), and with its default flags (its best case).
-// Writes are of the validated, full-precision document.
+// Writes and copies are of the validated, full-precision document.
 #include <rapidjson/document.h>
 #include <rapidjson/prettywriter.h>
 #include <rapidjson/stringbuffer.h>
@@ -58,6 +58,12 @@ std::vector<TimedCase> RapidJsonCases(const BenchDoc& doc) {
     bool ok = parsed->Accept(writer);
     benchmark::DoNotOptimize(buffer.GetString());
     return ok;
+  }));
+  cases.push_back(MakeCase(doc, "copy", "rapidjson", [parsed] {
+    rapidjson::Document copy;
+    copy.CopyFrom(*parsed, copy.GetAllocator());  // a parsed document: strings copied too
+    benchmark::DoNotOptimize(&copy);
+    return copy.IsObject() || copy.IsArray();
   }));
   return cases;
 }

@@ -27,6 +27,7 @@ OPERATIONS = [
     ("pretty", "indented write MB/s", "speed"),
     ("msgpack-write", "MessagePack write MB/s", "speed"),
     ("msgpack-read", "MessagePack read MB/s", "speed"),
+    ("copy", "deep copy MB/s", "speed"),
     ("heap", "heap held KB", "size"),
     ("heap-peak", "heap peak KB", "size"),
 ]

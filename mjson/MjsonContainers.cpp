@@ -196,6 +196,17 @@ void JsonObject::RebuildIndex(mjson::Arena* arena) {
   RebuildIndex(fIndex ? fIndex[1] & kHashBits : kFastHash, arena);
 }
 
+// A copy's members sit at the positions of the source's, so the source's
+// index serves it as it is.
+void JsonObject::CopyIndex(const JsonObject& source, mjson::Arena* arena) {
+  DropIndex();
+  if (!source.fIndex || source.fMembers.size() != fMembers.size()) return RebuildIndex(arena);
+  const size_t words = source.fIndex[0] + 1 + kIndexHeader;
+  fIndex = arena ? arena->Array<uint32_t>(words) : new uint32_t[words];
+  memcpy(fIndex, source.fIndex, words * sizeof(uint32_t));
+  fIndex[1] = (fIndex[1] & kHashBits) | (arena ? kIndexInArena : 0);
+}
+
 // Builds the index with the given hash. A fast index whose keys pile up in
 // one long probe run is built again with the keyed hash, which then stays.
 void JsonObject::RebuildIndex(uint32_t hash, mjson::Arena* arena) {

@@ -261,59 +261,69 @@ void TreeCopier::CopyChildren(JsonValue* dst, const JsonValue* src, mjson::Arena
   };
   std::vector<Frame> stack;
   stack.push_back({dst, src, 0});
+  // Each pass copies the top container's children up to its next container
+  // child, which is then entered; scalars never leave the inner loops.
   while (!stack.empty()) {
     Frame& f = stack.back();
-    const JsonValue* child = nullptr;
-    JsonValue* copy = nullptr;
+    const JsonValue* inner = nullptr;  // the container child to enter
+    JsonValue* innerCopy = nullptr;
     switch (f.src->Type()) {
       case JsonValue::Object: {
         auto* s = static_cast<const JsonObject*>(f.src);
         auto* d = static_cast<JsonObject*>(f.dst);
-        if (f.next == s->fMembers.size()) {
+        while (f.next < s->fMembers.size()) {
+          const JsonObject::Member& m = s->fMembers[f.next++];
+          JsonValue* copy = ShallowCopy(*m.value, arena);
           if (arena)
-            d->RebuildIndex(arena);
+            d->fMembers.push_back({arena->String(m.key.Data(), m.key.Size()), copy});
           else
-            d->RebuildIndex();
-          stack.pop_back();
-          continue;
+            d->fMembers.push_back({m.key, copy});
+          if (IsContainer(m.value)) {
+            inner = m.value;
+            innerCopy = copy;
+            break;
+          }
         }
-        const JsonObject::Member& m = s->fMembers[f.next++];
-        child = m.value;
-        copy = ShallowCopy(*child, arena);
-        if (arena)
-          d->fMembers.push_back({arena->String(m.key.Data(), m.key.Size()), copy});
-        else
-          d->fMembers.push_back({m.key, copy});
+        if (!inner) d->CopyIndex(*s, arena);
         break;
       }
       case JsonValue::Array: {
         auto* s = static_cast<const JsonArray*>(f.src);
         auto* d = static_cast<JsonArray*>(f.dst);
-        if (f.next == s->fValues.size()) {
-          stack.pop_back();
-          continue;
+        while (f.next < s->fValues.size()) {
+          const JsonValue* child = s->fValues[f.next++];
+          JsonValue* copy = ShallowCopy(*child, arena);
+          d->fValues.push_back(copy);
+          if (IsContainer(child)) {
+            inner = child;
+            innerCopy = copy;
+            break;
+          }
         }
-        child = s->fValues[f.next++];
-        copy = ShallowCopy(*child, arena);
-        d->fValues.push_back(copy);
         break;
       }
       default: {  // CompiledObject
         auto* s = static_cast<const JsonCompiledObject*>(f.src);
         auto* d = static_cast<JsonCompiledObject*>(f.dst);
-        while (f.next < s->fSlots.size() && !s->fSlots[f.next]) ++f.next;
-        if (f.next >= s->fSlots.size()) {
-          stack.pop_back();
-          continue;
+        while (f.next < s->fSlots.size()) {
+          const size_t i = f.next++;
+          const JsonValue* child = s->fSlots[i];
+          if (!child) continue;
+          JsonValue* copy = ShallowCopy(*child, arena);
+          d->fSlots[i] = copy;
+          if (IsContainer(child)) {
+            inner = child;
+            innerCopy = copy;
+            break;
+          }
         }
-        size_t i = f.next++;
-        child = s->fSlots[i];
-        copy = ShallowCopy(*child, arena);
-        d->fSlots[i] = copy;
         break;
       }
     }
-    if (IsContainer(child)) stack.push_back({copy, child, 0});
+    if (inner)
+      stack.push_back({innerCopy, inner, 0});
+    else
+      stack.pop_back();
   }
 }
 
