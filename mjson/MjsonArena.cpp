@@ -25,7 +25,7 @@ namespace {
 // to this; anything larger than a quarter of it gets a block of its own.
 // The first chunks are sized from the input but kept small, as a value may
 // be read from the front of a long buffer (a stream of values, say).
-constexpr size_t kMaxChunkBytes = 256 * 1024;
+constexpr size_t kMaxChunkBytes = 64 * 1024;
 constexpr size_t kMaxFirstChunk = 16 * 1024;
 constexpr size_t kFirstDataChunk = 1024;
 
