@@ -259,6 +259,144 @@ void WriteCompactTree(const JsonValue* root, std::string& out) {
   }
 }
 
+// The indented form, on a loop like the compact one. Between children it
+// writes ",", the newline and the child's indentation with one append, cut
+// from a run of indentation units that grows with the deepest level seen.
+class IndentRuns {
+ public:
+  IndentRuns(const std::string& unit, const std::string& newline)
+      : fUnit(unit), fBase(1 + newline.size()) {
+    fRun.reserve(fBase + 16 * unit.size());
+    fRun.push_back(',');
+    fRun.append(newline);
+  }
+  // ",", the newline, then `depth` units. Valid until the next call.
+  std::string_view Separator(int depth) {
+    const size_t n = fBase + static_cast<size_t>(depth) * fUnit.size();
+    while (fRun.size() < n) fRun.append(fUnit);
+    return {fRun.data(), n};
+  }
+  // The same without the comma.
+  std::string_view NewLine(int depth) { return Separator(depth).substr(1); }
+
+ private:
+  const std::string& fUnit;
+  const size_t fBase;
+  std::string fRun;
+};
+
+struct PrettyFrame {
+  CompactFrame::Cursor cur;  // the next child not yet written
+  CompactFrame::Cursor end;
+  int depth;  // of the container
+  bool isArray;
+};
+
+// Writes elements from `cur` up to the first container, each after its
+// separator `sep` (the first one without the comma); returns the container,
+// whose separator is written, or `end`.
+inline JsonValue* const* WritePrettyElements(JsonValue* const* cur, JsonValue* const* end,
+                                             bool& wroteAny, std::string_view sep,
+                                             std::string& out) {
+  for (; cur != end; ++cur) {
+    if (!*cur) continue;
+    out.append(wroteAny ? sep : sep.substr(1));
+    wroteAny = true;
+    if (!WriteScalar(*cur, out)) break;
+  }
+  return cur;
+}
+
+inline const JsonObject::Member* WritePrettyMembers(const JsonObject::Member* m,
+                                                    const JsonObject::Member* end, bool& wroteAny,
+                                                    std::string_view sep, std::string& out) {
+  for (; m != end; ++m) {
+    if (!m->value) continue;
+    out.append(wroteAny ? sep : sep.substr(1));
+    wroteAny = true;
+    AppendKey(out, m->key, "\": ", 3);
+    if (!WriteScalar(m->value, out)) break;
+  }
+  return m;
+}
+
+// Opens `v` at `depth` as OpenCompact does; a container child it returns is
+// to be opened at `depth + 1`.
+inline const JsonValue* OpenPretty(const JsonValue* v, int depth, std::vector<PrettyFrame>& stack,
+                                   IndentRuns& runs, const Layout& layout, std::string& out) {
+  bool wroteAny = false;
+  if (v->Type() == JsonValue::Array) {
+    const auto& values = static_cast<const JsonArray*>(v)->Values();
+    out.push_back('[');
+    JsonValue* const* end = values.data() + values.size();
+    JsonValue* const* cur =
+        WritePrettyElements(values.data(), end, wroteAny, runs.Separator(depth + 1), out);
+    if (cur == end) {
+      if (wroteAny) out.append(runs.NewLine(depth));
+      out.push_back(']');
+      return nullptr;
+    }
+    stack.push_back({{.element = cur + 1}, {.element = end}, depth, true});
+    return *cur;
+  }
+  if (v->Type() == JsonValue::Object) {
+    const auto& members = static_cast<const JsonObject*>(v)->Members();
+    out.push_back('{');
+    const JsonObject::Member* end = members.data() + members.size();
+    const JsonObject::Member* m =
+        WritePrettyMembers(members.data(), end, wroteAny, runs.Separator(depth + 1), out);
+    if (m == end) {
+      if (wroteAny) out.append(runs.NewLine(depth));
+      out.push_back('}');
+      return nullptr;
+    }
+    stack.push_back({{.member = m + 1}, {.member = end}, depth, false});
+    return m->value;
+  }
+  WriteTree(v, out, layout, depth);  // a compiled object
+  return nullptr;
+}
+
+void WritePrettyTree(const JsonValue* root, std::string& out, const Layout& layout, int depth) {
+  IndentRuns runs(*layout.indentUnit, *layout.newline);
+  std::vector<PrettyFrame> stack;
+  const JsonValue* next = root;  // a container to open, at `nextDepth`
+  int nextDepth = depth;
+  for (;;) {
+    while (next) {
+      next = OpenPretty(next, nextDepth, stack, runs, layout, out);
+      if (next) nextDepth = stack.back().depth + 1;
+    }
+    if (stack.empty()) return;
+    PrettyFrame& f = stack.back();
+    bool wroteAny = true;  // the container child just written
+    const std::string_view sep = runs.Separator(f.depth + 1);
+    if (f.isArray) {
+      JsonValue* const* cur = WritePrettyElements(f.cur.element, f.end.element, wroteAny, sep, out);
+      if (cur != f.end.element) {
+        next = *cur;
+        nextDepth = f.depth + 1;
+        f.cur.element = cur + 1;
+        continue;
+      }
+      out.append(runs.NewLine(f.depth));
+      out.push_back(']');
+    } else {
+      const JsonObject::Member* m =
+          WritePrettyMembers(f.cur.member, f.end.member, wroteAny, sep, out);
+      if (m != f.end.member) {
+        next = m->value;
+        nextDepth = f.depth + 1;
+        f.cur.member = m + 1;
+        continue;
+      }
+      out.append(runs.NewLine(f.depth));
+      out.push_back('}');
+    }
+    stack.pop_back();
+  }
+}
+
 // Writes `root` (a container) at `depth`. Objects, arrays and compiled
 // objects share one loop; the frame remembers which child comes next.
 void WriteTree(const JsonValue* root, std::string& out, const Layout& layout, int depth) {
@@ -355,11 +493,11 @@ void JsonCompiledObject::AppendToString(std::string& out) const {
 
 void JsonObject::AppendToStringPretty(std::string& out, const std::string& indentUnit,
                                       const std::string& newline, int depth) const {
-  WriteTree(this, out, {&indentUnit, &newline}, depth);
+  WritePrettyTree(this, out, {&indentUnit, &newline}, depth);
 }
 void JsonArray::AppendToStringPretty(std::string& out, const std::string& indentUnit,
                                      const std::string& newline, int depth) const {
-  WriteTree(this, out, {&indentUnit, &newline}, depth);
+  WritePrettyTree(this, out, {&indentUnit, &newline}, depth);
 }
 void JsonCompiledObject::AppendToStringPretty(std::string& out, const std::string& indentUnit,
                                               const std::string& newline, int depth) const {
