@@ -228,6 +228,9 @@ class JsonString final : public JsonValue {
   struct Trusted {};
   JsonString(std::string_view s, Trusted) : JsonValue(String), fValue(s) {}
   JsonString(CompactString&& s, Trusted) : JsonValue(String), fValue(std::move(s)) {}
+  // Built in place, a longer string kept in `arena` (when given).
+  JsonString(const char* p, size_t n, mjson::Arena* arena, Trusted)
+      : JsonValue(String), fValue(p, n, arena) {}
   JsonString(const JsonString&) = default;
 
   void Get(std::string& out) const { out.assign(fValue.Data(), fValue.Size()); }
@@ -476,6 +479,7 @@ class JsonObject final : public JsonValue {
     Member(const CompactString& k, JsonValue* v) : key(k), value(v) {}
     // The key built in place: the parsers add members this way.
     Member(const char* k, size_t n) : key(k, n) {}
+    Member(const char* k, size_t n, mjson::Arena* arena) : key(k, n, arena) {}
 
     CompactString key;
     JsonValue* value = nullptr;  // owns one reference

@@ -88,11 +88,9 @@ class Arena {
   T* Array(size_t n) {
     return static_cast<T*>(Data(n * sizeof(T)));
   }
-  // A string of the arena: inline when short, else its bytes copied here.
-  CompactString String(const char* p, size_t n) {
-    if (n <= CompactString::kInline) return CompactString(p, n);
-    return CompactString::Borrowing(CopyOut(p, n), n);
-  }
+  // The bytes of a string longer than fits inline, copied here in the form
+  // CompactString borrows (see CompactString::BorrowedBlockBytes).
+  const char* CopyOut(const char* p, size_t n);
   // The build is over and the tree hangs from `root`.
   void Seal(JsonValue* root) {
     root->fType |= JsonValue::kArenaRoot;
@@ -134,7 +132,6 @@ class Arena {
   }
   void NextNodePage();
   void* DataSlow(size_t bytes);
-  const char* CopyOut(const char* p, size_t n);
   void* NewBlock(size_t bytes, bool pages);
   // Gives every block back, this arena with them.
   void Free() noexcept;
@@ -156,6 +153,13 @@ class Arena {
 };
 
 }  // namespace mjson
+
+inline CompactString::CompactString(const char* p, size_t n, mjson::Arena* arena) {
+  if (n <= kInline || !arena)
+    Init(p, n);
+  else
+    InitBorrowed(arena->CopyOut(p, n), n);
+}
 
 namespace mjson::pool {
 struct PendingDeletes;

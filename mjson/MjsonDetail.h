@@ -15,6 +15,9 @@
 #include <vector>
 
 class JsonValue;
+namespace mjson {
+class Arena;
+}
 
 // Blocks for the element and member lists of containers. Small ones come
 // from the same per-thread pool as the nodes: most containers of a parsed
@@ -210,19 +213,19 @@ class alignas(8) CompactString {
 
   CompactString() noexcept { Zero(); }
   CompactString(const char* p, size_t n) { Init(p, n); }
+  // The same, a longer string copied into `arena` and borrowed from it when
+  // there is one. Built in place: a short string put together on the stack
+  // and then moved costs a stalled load of the two words just stored.
+  CompactString(const char* p, size_t n, mjson::Arena* arena);
   // The string of `n` bytes at `block`, which the caller keeps alive and
   // frees; copied when short enough to sit inline. From kHuge bytes up the
   // block starts with the length in eight bytes (BorrowedBlockBytes).
   static CompactString Borrowing(const char* block, size_t n) {
     CompactString s;
-    if (n <= kInline) {
+    if (n <= kInline)
       s.Init(block, n);
-      return s;
-    }
-    const uint32_t n32 = n < kHuge ? static_cast<uint32_t>(n) : kHuge;
-    __builtin_memcpy(s.fBytes, &n32, 4);
-    const uintptr_t tagged = reinterpret_cast<uintptr_t>(block) | kBorrowedBit;
-    __builtin_memcpy(s.fBytes + 8, &tagged, sizeof tagged);
+    else
+      s.InitBorrowed(block, n);
     return s;
   }
   static size_t BorrowedBlockBytes(size_t n) { return n < kHuge ? n : n + 8; }
@@ -304,6 +307,13 @@ class alignas(8) CompactString {
     CopyShortBytes(fBytes + 4, p, n);
   }
   void InitHeap(const char* p, size_t n);
+  void InitBorrowed(const char* block, size_t n) {
+    Zero();
+    const uint32_t n32 = n < kHuge ? static_cast<uint32_t>(n) : kHuge;
+    __builtin_memcpy(fBytes, &n32, 4);
+    const uintptr_t tagged = reinterpret_cast<uintptr_t>(block) | kBorrowedBit;
+    __builtin_memcpy(fBytes + 8, &tagged, sizeof tagged);
+  }
   void Free() {
     if (!IsInline() && !(TaggedBlock() & kBorrowedBit)) FreeHeap();
   }

@@ -270,7 +270,7 @@ class MsgPackReader {
   // the caller vouches for its input.
   JsonValue* MakeString(const char* p, size_t n) {
     if (!fCtx.fNoUTF8Check && !IsUTF8(p, n)) n = 0;
-    if (fArena) return fArena->New<JsonString>(fArena->String(p, n), JsonString::Trusted{});
+    if (fArena) return fArena->New<JsonString>(p, n, fArena, JsonString::Trusted{});
     return mjson::NewNode<JsonString>(std::string_view(p, n), JsonString::Trusted{});
   }
   JsonValue* Truncated() {
@@ -516,10 +516,7 @@ JsonValue* MsgPackReader::Run() {
       if (f.kind == kObject) {
         f.dropValue = !IsUTF8(key, keyLength);
         if (!f.dropValue) {
-          if (fArena)
-            fPairs.emplace_back(fArena->String(key, keyLength), nullptr);
-          else
-            fPairs.emplace_back(key, keyLength);
+          fPairs.emplace_back(key, keyLength, fArena);
         }
       } else {
         fKey.assign(key, keyLength);

@@ -341,8 +341,7 @@ JsonValue* TextParser::ParseScalar() {
     case '"': {
       std::string_view s;
       if (!ScanString(s)) return nullptr;
-      if (fArena)
-        return fArena->New<JsonString>(fArena->String(s.data(), s.size()), JsonString::Trusted{});
+      if (fArena) return fArena->New<JsonString>(s.data(), s.size(), fArena, JsonString::Trusted{});
       return mjson::NewNode<JsonString>(s, JsonString::Trusted{});
     }
     case 't':
@@ -523,10 +522,7 @@ bool TextParser::ReadMemberKey(Frame& f, NextValue* next) {
   SkipWs();
   *next = {ValueMode::kAny, nullptr};
   if (f.kind != Kind::kCompiled) {
-    if (fArena)
-      fPairs.emplace_back(fArena->String(key.data(), key.size()), nullptr);
-    else
-      fPairs.emplace_back(key.data(), key.size());
+    fPairs.emplace_back(key.data(), key.size(), fArena);
     return true;
   }
   // A compiled object's key table says how the value must look; a key it

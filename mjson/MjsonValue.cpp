@@ -275,7 +275,7 @@ void TreeCopier::CopyChildren(JsonValue* dst, const JsonValue* src, mjson::Arena
           const JsonObject::Member& m = s->fMembers[f.next++];
           JsonValue* copy = ShallowCopy(*m.value, arena);
           if (arena)
-            d->fMembers.push_back({arena->String(m.key.Data(), m.key.Size()), copy});
+            d->fMembers.emplace_back(m.key.Data(), m.key.Size(), arena).value = copy;
           else
             d->fMembers.push_back({m.key, copy});
           if (IsContainer(m.value)) {
@@ -333,8 +333,7 @@ JsonValue* TreeCopier::ShallowCopy(const JsonValue& v, mjson::Arena* arena) {
       auto& s = static_cast<const JsonString&>(v);
       if (!arena) return mjson::NewNode<JsonString>(s);
       std::string_view bytes = s.Value();
-      return arena->New<JsonString>(arena->String(bytes.data(), bytes.size()),
-                                    JsonString::Trusted{});
+      return arena->New<JsonString>(bytes.data(), bytes.size(), arena, JsonString::Trusted{});
     }
     case JsonValue::Integer:
       return mjson::MakeNode<JsonInteger>(arena, static_cast<const JsonInteger&>(v));
