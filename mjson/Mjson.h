@@ -577,6 +577,7 @@ class JsonObject final : public JsonValue {
   void EraseAt(size_t pos);
   void RebuildIndex();
   void RebuildIndex(mjson::Arena* arena);  // a fresh index, from `arena`
+  void NewIndex(uint32_t hash, size_t members, mjson::Arena* arena);
   // The index of `source`, whose copy this object's members are.
   void CopyIndex(const JsonObject& source, mjson::Arena* arena);
   void RebuildIndex(uint32_t hash, mjson::Arena* arena = nullptr);

@@ -212,20 +212,9 @@ void JsonObject::CopyIndex(const JsonObject& source, mjson::Arena* arena) {
 void JsonObject::RebuildIndex(uint32_t hash, mjson::Arena* arena) {
   DropIndex();
   if (fMembers.size() <= kIndexThreshold) return;
-  size_t capacity = 16;
-  size_t wanted = std::max(fMembers.size(), fMembers.capacity());
-  while (capacity < wanted * 2) capacity *= 2;
-  if (arena) {
-    fIndex = arena->Array<uint32_t>(capacity + kIndexHeader);
-    memset(fIndex, 0, (capacity + kIndexHeader) * sizeof(uint32_t));
-    fIndex[1] = hash | kIndexInArena;
-  } else {
-    fIndex = new uint32_t[capacity + kIndexHeader]();
-    fIndex[1] = hash;
-  }
-  fIndex[0] = static_cast<uint32_t>(capacity - 1);
+  NewIndex(hash, std::max(fMembers.size(), fMembers.capacity()), arena);
   uint32_t* slots = fIndex + kIndexHeader;
-  size_t mask = capacity - 1;
+  size_t mask = fIndex[0];
   for (size_t i = 0; i < fMembers.size(); ++i) {
     std::string_view k = fMembers[i].key;
     size_t slot = IndexHashOf(hash, k.data(), k.size()) & mask;
@@ -237,6 +226,21 @@ void JsonObject::RebuildIndex(uint32_t hash, mjson::Arena* arena) {
     }
     slots[slot] = static_cast<uint32_t>(i + 1);
   }
+}
+
+// An empty index with room for `members` members (the object has none).
+void JsonObject::NewIndex(uint32_t hash, size_t members, mjson::Arena* arena) {
+  size_t capacity = 16;
+  while (capacity < members * 2) capacity *= 2;
+  if (arena) {
+    fIndex = arena->Array<uint32_t>(capacity + kIndexHeader);
+    memset(fIndex, 0, (capacity + kIndexHeader) * sizeof(uint32_t));
+    fIndex[1] = hash | kIndexInArena;
+  } else {
+    fIndex = new uint32_t[capacity + kIndexHeader]();
+    fIndex[1] = hash;
+  }
+  fIndex[0] = static_cast<uint32_t>(capacity - 1);
 }
 
 void JsonObject::Store(CompactString&& key, JsonValue* value) {
@@ -300,6 +304,10 @@ void JsonObject::AdoptMembers(Member* first, size_t count, mjson::Arena* arena) 
   // A fresh object: its members fit the arena's storage however many of
   // the keys repeat, so the list never grows out of it.
   fMembers.Borrow(arena->Array<Member>(count), count);
+  // The index is made once, at the size of all the members, and filled as
+  // they go in (finding repeated keys on the way), instead of being built
+  // again each time the object outgrows it.
+  if (count > kIndexThreshold) NewIndex(kFastHash, count, arena);
   for (size_t i = 0; i < count; ++i) Store(std::move(first[i].key), first[i].value, arena);
 }
 
