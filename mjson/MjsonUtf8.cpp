@@ -55,6 +55,12 @@ bool Utf8BlocksOk(const unsigned char* data, size_t n) {
   for (; n - i >= 16; i += 16)
     if (!Utf8BlockOk(_mm_loadu_si128(reinterpret_cast<const __m128i*>(data + i)), carry))
       return false;
+  if (i == n) return carry == 0;
+  // An ASCII tail with nothing asked of it passes, checked with a load
+  // that reaches back over bytes already checked.
+  if (carry == 0 && n >= 16 &&
+      _mm_movemask_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(data + n - 16))) == 0)
+    return true;
   // The tail, zero padded: a zero byte is no continuation, so a sequence
   // cut short by the end fails here, as does a request still in `carry`.
   alignas(16) unsigned char tail[16] = {};
@@ -66,6 +72,29 @@ bool Utf8BlocksOk(const unsigned char* data, size_t n) {
 }  // namespace
 
 bool JsonValue::IsUTF8(std::string_view s, size_t* badPos) {
+  // Short ASCII strings, most keys and many values, in a few loads of
+  // whole registers (overlapping where the length is not a power of two).
+  if (s.size() <= 16) {
+    const char* p = s.data();
+    const size_t n = s.size();
+    uint64_t bits;
+    if (n >= 8) {
+      bits = Load8(p) | Load8(p + n - 8);
+    } else if (n >= 4) {
+      uint32_t a, b;
+      memcpy(&a, p, 4);
+      memcpy(&b, p + n - 4, 4);
+      bits = a | b;
+    } else {
+      bits = n ? static_cast<unsigned char>(p[0]) | static_cast<unsigned char>(p[n / 2]) |
+                     static_cast<unsigned char>(p[n - 1])
+               : 0;
+    }
+    if ((bits & kHighs) == 0) {
+      if (badPos) *badPos = n;
+      return true;
+    }
+  }
 #if defined(__SSE2__)
   if (Utf8BlocksOk(reinterpret_cast<const unsigned char*>(s.data()), s.size())) {
     if (badPos) *badPos = s.size();
