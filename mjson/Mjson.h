@@ -356,6 +356,11 @@ class JsonReal final : public JsonValue {
       AppendSettledOrText(form, out);
   }
   void AppendToMsgPack(BigEndianWriter* writer) const override;
+  // For the text writers: what AppendToString appends, written at `p`,
+  // which has room for kMaxRealText bytes; returns the end, or null
+  // (writing nothing) for a source text longer than that.
+  static constexpr size_t kMaxRealText = 1104;
+  char* WriteText(char* p) const;
 
  private:
   // A real is settled (its value is a double), shaped (a short source text
@@ -421,6 +426,7 @@ class JsonReal final : public JsonValue {
   void AppendSettledOrText(const Form& form, std::string& out) const;
   // Appends the pending source text of `form`.
   static void AppendText(const Form& form, std::string& out);
+  static char* WriteShaped(const Form& form, char* p);
 
   // The double's bits once settled; before that the shaped number's digits,
   // or the address of its heap text.

@@ -60,6 +60,7 @@ inline bool IsSpecialByte(unsigned char c) {
 // The first double quote, backslash or control byte at or after `p`, or
 // `end` when there is none: where a string ends or needs escaping.
 inline const char* FindSpecial(const char* p, const char* end) {
+  const char* const start = p;
 #if defined(__SSE2__)
   const __m128i quote = _mm_set1_epi8('"');
   const __m128i backslash = _mm_set1_epi8('\\');
@@ -79,6 +80,21 @@ inline const char* FindSpecial(const char* p, const char* end) {
     uint64_t lanes = SpecialLanes(Load8(p));
     if (lanes) return p + (__builtin_ctzll(lanes) >> 3);
     p += 8;
+  }
+  if (p == end) return end;
+  // The last few bytes in one word: the last eight of the string, reaching
+  // back over bytes already passed (none of them special, so the first lane
+  // flagged is a true one), or for a string shorter than that its two
+  // overlapping halves, which only say whether to look byte by byte.
+  if (end - start >= 8) {
+    uint64_t lanes = SpecialLanes(Load8(end - 8));
+    return lanes ? end - 8 + (__builtin_ctzll(lanes) >> 3) : end;
+  }
+  if (end - p >= 4) {
+    uint32_t a, b;
+    memcpy(&a, p, 4);
+    memcpy(&b, end - 4, 4);
+    if (!SpecialLanes(a | (static_cast<uint64_t>(b) << 32))) return end;
   }
   while (p < end && !IsSpecialByte(static_cast<unsigned char>(*p))) ++p;
   return p;
@@ -139,9 +155,18 @@ inline bool IsContainerCode(unsigned char code) {
 
 // An integer as the writer spells it, with the writer's own digit count.
 void AppendInteger(std::string& out, long long raw, bool largeUnsigned);
+// The same written at `p`, which has room for kMaxIntegerText bytes; returns
+// the end.
+inline constexpr size_t kMaxIntegerText = 24;
+char* WriteInteger(char* p, long long raw, bool largeUnsigned);
 // A real: with `digits` significant digits when it came from text, else in
 // the form the writer gives reals made by code.
 void AppendReal(std::string& out, double v, int digits);
+// The same written at `p`, which has room for kMaxRealText bytes (any
+// double at any precision: "%g" drops trailing zeros, so no output is longer
+// than the exact decimal expansion); returns the end.
+inline constexpr size_t kMaxRealText = JsonReal::kMaxRealText;
+char* WriteReal(char* p, double v, int digits);
 
 // ---------------------------------------------------------------------------
 // Ownership

@@ -212,8 +212,26 @@ void JsonReal::AppendText(const Form& form, std::string& out) {
     out.append(TextOf(form.bits)->Text());
     return;
   }
-  char buf[48];
-  char* p = buf;
+  char buf[48];  // sign, 19 digits, point, exponent
+  out.append(buf, static_cast<size_t>(WriteShaped(form, buf) - buf));
+}
+
+char* JsonReal::WriteText(char* p) const {
+  // What AppendToString writes, form by form.
+  const Form form = Load();
+  if (form.State() == kShaped) return WriteShaped(form, p);
+  if (form.State() == kSettled) return mjson::WriteReal(p, BitsAsDouble(form.bits), DigitsOf(form));
+  const RealText* text = TextOf(form.bits);
+  if (text->settled.load(std::memory_order_acquire))
+    return mjson::WriteReal(p, BitsAsDouble(text->value.load(std::memory_order_relaxed)),
+                            text->digits);
+  const std::string_view source = text->Text();
+  if (source.size() > kMaxRealText) return nullptr;
+  memcpy(p, source.data(), source.size());
+  return p + source.size();
+}
+
+char* JsonReal::WriteShaped(const Form& form, char* p) {
   uint32_t word = form.word;
   if (word & kNegative) *p++ = '-';
   int intDigits = static_cast<int>((word >> kIntShift) & 31);
@@ -241,7 +259,7 @@ void JsonReal::AppendText(const Form& form, std::string& out) {
     if (sign) *p++ = sign == 1 ? '+' : '-';
     *p++ = static_cast<char>('0' + ((word >> kExpDigitShift) & 15));
   }
-  out.append(buf, static_cast<size_t>(p - buf));
+  return p;
 }
 
 // Settling is a one-way step that several threads may take at once. Each
@@ -416,8 +434,12 @@ int WriterDigitCount(unsigned long long magnitude) {
 // counts that fill many documents come several times faster than by one
 // division per digit.
 void AppendInteger(std::string& out, long long raw, bool largeUnsigned) {
-  char buf[24];
-  char* p = buf;
+  char buf[kMaxIntegerText];
+  out.append(buf, static_cast<size_t>(WriteInteger(buf, raw, largeUnsigned) - buf));
+}
+
+char* WriteInteger(char* p, long long raw, bool largeUnsigned) {
+  char* const limit = p + kMaxIntegerText;
   unsigned long long magnitude = static_cast<unsigned long long>(raw);
   if (!largeUnsigned && raw < 0) {
     *p++ = '-';
@@ -426,17 +448,15 @@ void AppendInteger(std::string& out, long long raw, bool largeUnsigned) {
   if (magnitude >= 10000000000000ull) {
     // The writer's own count may be one more than the digits: a zero leads.
     int digits = WriterDigitCount(magnitude);
-    char* end = std::to_chars(p, buf + sizeof buf, magnitude).ptr;
+    char* end = std::to_chars(p, limit, magnitude).ptr;
     if (end - p < digits) {
       memmove(p + 1, p, static_cast<size_t>(end - p));
       *p = '0';
       ++end;
     }
-    p = end;
-  } else {
-    p = std::to_chars(p, buf + sizeof buf, magnitude).ptr;
+    return end;
   }
-  out.append(buf, static_cast<size_t>(p - buf));
+  return std::to_chars(p, limit, magnitude).ptr;
 }
 
 // std::to_chars with a precision gives printf's "%.*g" and "%.*f" digit for
@@ -444,38 +464,46 @@ void AppendInteger(std::string& out, long long raw, bool largeUnsigned) {
 // The buffer holds any double at any precision: "%g" drops trailing zeros,
 // so no output is longer than the exact decimal expansion of a double.
 void AppendReal(std::string& out, double v, int digits) {
-  char buf[1100];
+  char buf[kMaxRealText];
+  out.append(buf, static_cast<size_t>(WriteReal(buf, v, digits) - buf));
+}
+
+char* WriteReal(char* p, double v, int digits) {
+  // The digits proper get all the room but what a ".0" after them takes.
+  char* const limit = p + kMaxRealText - 2;
   if (digits >= 1) {
-    auto [end, ec] = std::to_chars(buf, buf + sizeof buf, v, std::chars_format::general, digits);
-    size_t n = ec == std::errc() ? static_cast<size_t>(end - buf) : 0;
-    out.append(buf, n);
-    if (!memchr(buf, '.', n) && !memchr(buf, 'e', n) && !memchr(buf, 'E', n)) out.append(".0", 2);
-    return;
+    auto [end, ec] = std::to_chars(p, limit, v, std::chars_format::general, digits);
+    size_t n = ec == std::errc() ? static_cast<size_t>(end - p) : 0;
+    if (!memchr(p, '.', n) && !memchr(p, 'e', n) && !memchr(p, 'E', n)) {
+      memcpy(p + n, ".0", 2);
+      n += 2;
+    }
+    return p + n;
   }
   if (std::isnan(v)) {
-    out.append("nan", 3);
-    return;
+    memcpy(p, "nan", 3);
+    return p + 3;
   }
   if (std::isinf(v)) {
-    out.append("inf", 3);  // the sign is dropped on purpose
-    return;
+    memcpy(p, "inf", 3);  // the sign is dropped on purpose
+    return p + 3;
   }
   if (v >= -9223372036854775808.0 && v < 9223372036854775808.0 &&
       v == static_cast<double>(static_cast<long long>(v))) {
-    AppendInteger(out, static_cast<long long>(v), false);
-    out.append(".0", 2);
-    return;
+    char* end = WriteInteger(p, static_cast<long long>(v), false);
+    memcpy(end, ".0", 2);
+    return end + 2;
   }
   // Six decimals, as "%f" gives them, then without the trailing zeros.
-  auto [end, ec] = std::to_chars(buf, buf + sizeof buf, v, std::chars_format::fixed, 6);
-  std::string_view fixed(buf, ec == std::errc() ? static_cast<size_t>(end - buf) : 0);
+  auto [end, ec] = std::to_chars(p, limit, v, std::chars_format::fixed, 6);
+  std::string_view fixed(p, ec == std::errc() ? static_cast<size_t>(end - p) : 0);
   size_t dot = fixed.find('.');
   if (dot != std::string_view::npos) {
     size_t last = fixed.find_last_not_of('0');
     if (last == dot) last = dot + 1;
     fixed = fixed.substr(0, last + 1);
   }
-  out.append(fixed);
+  return p + fixed.size();
 }
 
 }  // namespace mjson

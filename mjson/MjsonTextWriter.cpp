@@ -146,6 +146,162 @@ inline bool WriteScalar(const JsonValue* v, std::string& out) {
   }
 }
 
+// The output of the compact and indented loops: bytes go into a buffer on
+// the stack and on to the caller's string a block at a time. A small write
+// is then one bounds check and a copy of known shape, where each
+// std::string::append costs a call, its own checks and a memmove.
+class TextSink {
+ public:
+  explicit TextSink(std::string& out) : fOut(out) {}
+  ~TextSink() { Flush(); }
+  TextSink(const TextSink&) = delete;
+  TextSink& operator=(const TextSink&) = delete;
+
+  // Room for `n` (at most kBytes / 2) bytes at the returned position; the
+  // writer then hands the end of what it wrote to Commit.
+  char* Reserve(size_t n) {
+    if (static_cast<size_t>(fBuffer + kBytes - fCur) < n) [[unlikely]]
+      Flush();
+    return fCur;
+  }
+  void Commit(char* end) { fCur = end; }
+  void Put(char c) { *Reserve(1) = c, ++fCur; }
+  void Append(const char* p, size_t n) {
+    if (n <= 16) {
+      char* d = Reserve(16);
+      CopyShortBytes(d, p, n);
+      fCur = d + n;
+    } else if (n <= kBytes / 2) {
+      char* d = Reserve(n);
+      memcpy(d, p, n);
+      fCur = d + n;
+    } else {
+      Flush();
+      fOut.append(p, n);
+    }
+  }
+  void Append(std::string_view s) { Append(s.data(), s.size()); }
+  // The caller's string, with everything written so far, for writers that
+  // append to it themselves.
+  std::string& Out() {
+    Flush();
+    return fOut;
+  }
+
+ private:
+  static constexpr size_t kBytes = 8192;
+  void Flush() {
+    fOut.append(fBuffer, static_cast<size_t>(fCur - fBuffer));
+    fCur = fBuffer;
+  }
+
+  std::string& fOut;
+  char fBuffer[kBytes];
+  char* fCur = fBuffer;
+};
+
+// A quoted string followed by `after` (nothing, or a key's colon): one
+// reservation for all of it unless the string needs escapes or is long.
+inline void PutQuoted(TextSink& sink, std::string_view s, std::string_view after = {}) {
+  const char* p = s.data();
+  const size_t n = s.size();
+  const char* first = FindSpecial(p, p + n);
+  if (first == p + n && n <= 2048) {
+    char* d = sink.Reserve(n + 2 + after.size());
+    *d++ = '"';
+    if (n <= 16) {
+      CopyShortBytes(d, p, n);
+    } else {
+      memcpy(d, p, n);
+    }
+    d += n;
+    *d++ = '"';
+    CopyShortBytes(d, after.data(), after.size());
+    sink.Commit(d + after.size());
+    return;
+  }
+  sink.Put('"');
+  sink.Append(p, static_cast<size_t>(first - p));
+  const char* end = p + n;
+  for (const char* q = first; q < end;) {  // escapes, and the runs between them
+    const unsigned char c = static_cast<unsigned char>(*q);
+    char* d = sink.Reserve(6);
+    d[0] = '\\';
+    switch (c) {
+      case '"':
+      case '\\':
+        d[1] = static_cast<char>(c);
+        break;
+      case 0x08:
+        d[1] = 'b';
+        break;
+      case 0x09:
+        d[1] = 't';
+        break;
+      case 0x0A:
+        d[1] = 'n';
+        break;
+      case 0x0C:
+        d[1] = 'f';
+        break;
+      case 0x0D:
+        d[1] = 'r';
+        break;
+      default:
+        memcpy(d + 1, "u00", 3);
+        d[4] = kHexDigits[c >> 4];
+        d[5] = kHexDigits[c & 15];
+        d += 4;
+        break;
+    }
+    sink.Commit(d + 2);
+    const char* run = FindSpecial(q + 1, end);
+    sink.Append(q + 1, static_cast<size_t>(run - (q + 1)));
+    q = run;
+  }
+  sink.Put('"');
+  sink.Append(after);
+}
+
+inline bool WriteScalar(const JsonValue* v, TextSink& sink) {
+  switch (v->Type()) {
+    case JsonValue::String:
+      PutQuoted(sink, static_cast<const JsonString*>(v)->Value());
+      return true;
+    case JsonValue::Integer: {
+      auto* i = static_cast<const JsonInteger*>(v);
+      sink.Commit(mjson::WriteInteger(sink.Reserve(mjson::kMaxIntegerText), i->RawValue(),
+                                      i->IsLargeUnsigned()));
+      return true;
+    }
+    case JsonValue::Real: {
+      auto* r = static_cast<const JsonReal*>(v);
+      char* end = r->WriteText(sink.Reserve(JsonReal::kMaxRealText));
+      if (end)
+        sink.Commit(end);
+      else
+        r->AppendToString(sink.Out());
+      return true;
+    }
+    case JsonValue::True:
+      sink.Append("true", 4);
+      return true;
+    case JsonValue::False:
+      sink.Append("false", 5);
+      return true;
+    case JsonValue::Null:
+      sink.Append("null", 4);
+      return true;
+    case JsonValue::Object:
+    case JsonValue::Array:
+    case JsonValue::CompiledObject:
+      return false;
+    default:
+      v->AppendToString(sink.Out());
+      return true;
+  }
+}
+
 // The compact form, on its own loop: the common case, and the one where the
 // indented form's bookkeeping shows most. Children are written in runs up
 // to the next container child; a frame opens only for a container that
@@ -167,10 +323,10 @@ struct CompactFrame {
 // Writes elements from `cur` up to the first container, whose separator is
 // written; returns it, or `end` when the run reached the end.
 inline JsonValue* const* WriteCompactElements(JsonValue* const* cur, JsonValue* const* end,
-                                              bool& wroteAny, std::string& out) {
+                                              bool& wroteAny, TextSink& out) {
   for (; cur != end; ++cur) {
     if (!*cur) continue;
-    if (wroteAny) out.push_back(',');
+    if (wroteAny) out.Put(',');
     wroteAny = true;
     if (!WriteScalar(*cur, out)) break;
   }
@@ -181,12 +337,12 @@ inline JsonValue* const* WriteCompactElements(JsonValue* const* cur, JsonValue* 
 // written.
 inline const JsonObject::Member* WriteCompactMembers(const JsonObject::Member* m,
                                                      const JsonObject::Member* end, bool& wroteAny,
-                                                     std::string& out) {
+                                                     TextSink& out) {
   for (; m != end; ++m) {
     if (!m->value) continue;
-    if (wroteAny) out.push_back(',');
+    if (wroteAny) out.Put(',');
     wroteAny = true;
-    AppendKey(out, m->key, "\":", 2);
+    PutQuoted(out, m->key, ":");
     if (!WriteScalar(m->value, out)) break;
   }
   return m;
@@ -198,15 +354,15 @@ void WriteTree(const JsonValue* root, std::string& out, const Layout& layout, in
 // child, which it returns for opening next with a frame pushed to go on
 // after it; null when `v` is complete.
 inline const JsonValue* OpenCompact(const JsonValue* v, std::vector<CompactFrame>& stack,
-                                    std::string& out) {
+                                    TextSink& out) {
   bool wroteAny = false;
   if (v->Type() == JsonValue::Array) {
     const auto& values = static_cast<const JsonArray*>(v)->Values();
-    out.push_back('[');
+    out.Put('[');
     JsonValue* const* end = values.data() + values.size();
     JsonValue* const* cur = WriteCompactElements(values.data(), end, wroteAny, out);
     if (cur == end) {
-      out.push_back(']');
+      out.Put(']');
       return nullptr;
     }
     stack.push_back({{.element = cur + 1}, {.element = end}, true, true});
@@ -214,11 +370,11 @@ inline const JsonValue* OpenCompact(const JsonValue* v, std::vector<CompactFrame
   }
   if (v->Type() == JsonValue::Object) {
     const auto& members = static_cast<const JsonObject*>(v)->Members();
-    out.push_back('{');
+    out.Put('{');
     const JsonObject::Member* end = members.data() + members.size();
     const JsonObject::Member* m = WriteCompactMembers(members.data(), end, wroteAny, out);
     if (m == end) {
-      out.push_back('}');
+      out.Put('}');
       return nullptr;
     }
     stack.push_back({{.member = m + 1}, {.member = end}, false, true});
@@ -226,11 +382,12 @@ inline const JsonValue* OpenCompact(const JsonValue* v, std::vector<CompactFrame
   }
   // Compiled objects are rare; the general loop writes them, with all they
   // hold, on its own stack.
-  WriteTree(v, out, {nullptr, nullptr}, 0);
+  WriteTree(v, out.Out(), {nullptr, nullptr}, 0);
   return nullptr;
 }
 
-void WriteCompactTree(const JsonValue* root, std::string& out) {
+void WriteCompactTree(const JsonValue* root, std::string& result) {
+  TextSink out(result);
   std::vector<CompactFrame> stack;
   const JsonValue* next = root;  // a container to open
   for (;;) {
@@ -244,7 +401,7 @@ void WriteCompactTree(const JsonValue* root, std::string& out) {
         f.cur.element = cur + 1;
         continue;
       }
-      out.push_back(']');
+      out.Put(']');
     } else {
       const JsonObject::Member* m =
           WriteCompactMembers(f.cur.member, f.end.member, f.wroteAny, out);
@@ -253,7 +410,7 @@ void WriteCompactTree(const JsonValue* root, std::string& out) {
         f.cur.member = m + 1;
         continue;
       }
-      out.push_back('}');
+      out.Put('}');
     }
     stack.pop_back();
   }
@@ -296,11 +453,10 @@ struct PrettyFrame {
 // separator `sep` (the first one without the comma); returns the container,
 // whose separator is written, or `end`.
 inline JsonValue* const* WritePrettyElements(JsonValue* const* cur, JsonValue* const* end,
-                                             bool& wroteAny, std::string_view sep,
-                                             std::string& out) {
+                                             bool& wroteAny, std::string_view sep, TextSink& out) {
   for (; cur != end; ++cur) {
     if (!*cur) continue;
-    out.append(wroteAny ? sep : sep.substr(1));
+    out.Append(wroteAny ? sep : sep.substr(1));
     wroteAny = true;
     if (!WriteScalar(*cur, out)) break;
   }
@@ -309,12 +465,12 @@ inline JsonValue* const* WritePrettyElements(JsonValue* const* cur, JsonValue* c
 
 inline const JsonObject::Member* WritePrettyMembers(const JsonObject::Member* m,
                                                     const JsonObject::Member* end, bool& wroteAny,
-                                                    std::string_view sep, std::string& out) {
+                                                    std::string_view sep, TextSink& out) {
   for (; m != end; ++m) {
     if (!m->value) continue;
-    out.append(wroteAny ? sep : sep.substr(1));
+    out.Append(wroteAny ? sep : sep.substr(1));
     wroteAny = true;
-    AppendKey(out, m->key, "\": ", 3);
+    PutQuoted(out, m->key, ": ");
     if (!WriteScalar(m->value, out)) break;
   }
   return m;
@@ -323,17 +479,17 @@ inline const JsonObject::Member* WritePrettyMembers(const JsonObject::Member* m,
 // Opens `v` at `depth` as OpenCompact does; a container child it returns is
 // to be opened at `depth + 1`.
 inline const JsonValue* OpenPretty(const JsonValue* v, int depth, std::vector<PrettyFrame>& stack,
-                                   IndentRuns& runs, const Layout& layout, std::string& out) {
+                                   IndentRuns& runs, const Layout& layout, TextSink& out) {
   bool wroteAny = false;
   if (v->Type() == JsonValue::Array) {
     const auto& values = static_cast<const JsonArray*>(v)->Values();
-    out.push_back('[');
+    out.Put('[');
     JsonValue* const* end = values.data() + values.size();
     JsonValue* const* cur =
         WritePrettyElements(values.data(), end, wroteAny, runs.Separator(depth + 1), out);
     if (cur == end) {
-      if (wroteAny) out.append(runs.NewLine(depth));
-      out.push_back(']');
+      if (wroteAny) out.Append(runs.NewLine(depth));
+      out.Put(']');
       return nullptr;
     }
     stack.push_back({{.element = cur + 1}, {.element = end}, depth, true});
@@ -341,23 +497,24 @@ inline const JsonValue* OpenPretty(const JsonValue* v, int depth, std::vector<Pr
   }
   if (v->Type() == JsonValue::Object) {
     const auto& members = static_cast<const JsonObject*>(v)->Members();
-    out.push_back('{');
+    out.Put('{');
     const JsonObject::Member* end = members.data() + members.size();
     const JsonObject::Member* m =
         WritePrettyMembers(members.data(), end, wroteAny, runs.Separator(depth + 1), out);
     if (m == end) {
-      if (wroteAny) out.append(runs.NewLine(depth));
-      out.push_back('}');
+      if (wroteAny) out.Append(runs.NewLine(depth));
+      out.Put('}');
       return nullptr;
     }
     stack.push_back({{.member = m + 1}, {.member = end}, depth, false});
     return m->value;
   }
-  WriteTree(v, out, layout, depth);  // a compiled object
+  WriteTree(v, out.Out(), layout, depth);  // a compiled object
   return nullptr;
 }
 
-void WritePrettyTree(const JsonValue* root, std::string& out, const Layout& layout, int depth) {
+void WritePrettyTree(const JsonValue* root, std::string& result, const Layout& layout, int depth) {
+  TextSink out(result);
   IndentRuns runs(*layout.indentUnit, *layout.newline);
   std::vector<PrettyFrame> stack;
   const JsonValue* next = root;  // a container to open, at `nextDepth`
@@ -379,8 +536,8 @@ void WritePrettyTree(const JsonValue* root, std::string& out, const Layout& layo
         f.cur.element = cur + 1;
         continue;
       }
-      out.append(runs.NewLine(f.depth));
-      out.push_back(']');
+      out.Append(runs.NewLine(f.depth));
+      out.Put(']');
     } else {
       const JsonObject::Member* m =
           WritePrettyMembers(f.cur.member, f.end.member, wroteAny, sep, out);
@@ -390,8 +547,8 @@ void WritePrettyTree(const JsonValue* root, std::string& out, const Layout& layo
         f.cur.member = m + 1;
         continue;
       }
-      out.append(runs.NewLine(f.depth));
-      out.push_back('}');
+      out.Append(runs.NewLine(f.depth));
+      out.Put('}');
     }
     stack.pop_back();
   }
