@@ -163,6 +163,22 @@ JsonObject& JsonObject::operator=(JsonObject&& other) noexcept {
   if (this == &other) return *this;
   NoteChange();
   ClearMembers();
+  if (other.InArena()) {
+    // The source's member list, keys and index are its arena's memory, and
+    // its children the arena's nodes: this object takes copies of the keys
+    // and shares the children (which the arena counts), and the source lets
+    // go of its own references.
+    other.NoteChange();
+    fMembers.reserve(other.fMembers.size());
+    for (const Member& m : other.fMembers) {
+      m.value->AddRef();
+      fMembers.emplace_back(m.key.Data(), m.key.Size()).value = m.value;
+    }
+    fAux8 = other.fAux8;
+    other.ClearMembers();
+    RebuildIndex();
+    return *this;
+  }
   fMembers = std::move(other.fMembers);
   fIndex = other.fIndex;
   fAux8 = other.fAux8;

@@ -143,6 +143,12 @@ TEST(Arena, SharedOrChangedTreesDieNodeByNode) {
          auto* items = static_cast<JsonArray*>(doc->GetSubNode("items"));
          items->AddValue(JsonValue::Copy(*items->GetSubNode("0")));
        }},
+      {"an object's members moved out",
+       [](const ValuePtr& doc, std::vector<ValuePtr>& kept) {
+         JsonAutoRefPtr<JsonObject> moved(new JsonObject(false));
+         *moved = std::move(*static_cast<JsonObject*>(doc->GetSubNode("meta")));
+         kept.push_back(moved);
+       }},
       {"a node moved to another tree",
        [](const ValuePtr& doc, std::vector<ValuePtr>& kept) {
          JsonAutoRefPtr<JsonArray> other(new JsonArray());
