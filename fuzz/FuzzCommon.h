@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "Mjson.h"
+#include "MjsonArena.h"
 
 #define FUZZ_CHECK(cond)                                                       \
   do {                                                                         \
@@ -24,6 +25,8 @@ inline void ApplyOptions(unsigned char options, ParserContext& ctx) {
   ctx.fKeepObjectOrder = options & 0x04;
   ctx.fNoUTF8Check = options & 0x08;
   ctx.fCheckInputUTF8 = !(options & 0x10);
+  // Most fuzz inputs are short: half of them are read into arenas anyway.
+  mjson::Arena::SetMinInput((options & 0x80) ? 0 : mjson::Arena::kDefaultMinInput);
 }
 
 // A small key table with nesting, arrays, plain objects and required keys.
@@ -101,4 +104,34 @@ inline bool HasNonFinite(const JsonValue& v) {
 
 inline bool HasNaN(const JsonValue& v) {
   return AnyReal(v, [](double d) { return std::isnan(d); });
+}
+
+// A node of the document held past the document's end must read as it did:
+// its arena (if any) then lives on for it alone. Drops `value`.
+inline void CheckHeldChildOutlivesDocument(JsonAutoRefPtr<JsonValue>& value) {
+  const JsonValue* child = nullptr;
+  switch (value->Type()) {
+    case JsonValue::Array:
+      for (const JsonValue* e : static_cast<const JsonArray&>(*value).Values())
+        if ((child = e)) break;
+      break;
+    case JsonValue::Object:
+      for (const auto& m : static_cast<const JsonObject&>(*value).Members())
+        if ((child = m.value)) break;
+      break;
+    case JsonValue::CompiledObject:
+      for (const JsonValue* e : static_cast<const JsonCompiledObject&>(*value).Slots())
+        if ((child = e)) break;
+      break;
+    default:
+      break;
+  }
+  if (!child || HasNaN(*child)) {
+    value = nullptr;
+    return;
+  }
+  JsonAutoRefPtr<JsonValue> held = JsonShare(const_cast<JsonValue*>(child));
+  JsonAutoRefPtr<JsonValue> expected = JsonValue::Copy(*child);
+  value = nullptr;
+  FUZZ_CHECK(*held == *expected);
 }

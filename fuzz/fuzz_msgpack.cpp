@@ -28,5 +28,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (!HasNaN(*value)) FUZZ_CHECK(*reread == *value);
   std::string text;
   value->WriteToString(text);
+  CheckHeldChildOutlivesDocument(value);
   return 0;
 }

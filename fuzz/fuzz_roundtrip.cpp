@@ -9,6 +9,8 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   std::string text(reinterpret_cast<const char*>(data), size);
+  // Inputs of odd length are read into arenas however short they are.
+  mjson::Arena::SetMinInput(size % 2 ? 0 : mjson::Arena::kDefaultMinInput);
   ParserContext ctx;
   ctx.fKeepObjectOrder = true;
   JsonAutoRefPtr<JsonValue> value = JsonValue::ReadFromString(text, &ctx, nullptr);
@@ -27,5 +29,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   JsonAutoRefPtr<JsonValue> unpacked = JsonValue::ReadFromMsgPack(packed, nullptr, nullptr);
   FUZZ_CHECK(unpacked);
   FUZZ_CHECK(*unpacked == *value);
+  CheckHeldChildOutlivesDocument(unpacked);
+  CheckHeldChildOutlivesDocument(value);
   return 0;
 }

@@ -140,18 +140,17 @@ void Arena::Free() noexcept {
   Block* block = fBlocks;
   while (block) {
     Block* next = block->next;
-    const size_t bytes = block->bytes;
     if (block->pages) {
       char* start = reinterpret_cast<char*>(block) - sizeof(Arena*);
 #if defined(MJSON_POISON)
-      ASAN_UNPOISON_MEMORY_REGION(start, bytes);
+      ASAN_UNPOISON_MEMORY_REGION(start, block->bytes);
 #endif
-      ::operator delete(start, bytes, std::align_val_t(kPageBytes));
+      ::operator delete(start, std::align_val_t(kPageBytes));
     } else {
 #if defined(MJSON_POISON)
-      ASAN_UNPOISON_MEMORY_REGION(block, bytes);
+      ASAN_UNPOISON_MEMORY_REGION(block, block->bytes);
 #endif
-      ::operator delete(block, bytes);
+      ::operator delete(block);
     }
     block = next;
   }

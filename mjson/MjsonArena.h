@@ -56,9 +56,13 @@ class Arena {
   // An arena for a document read from `inputBytes` of text or MessagePack,
   // or null for input so short that a few blocks of the pool serve better.
   static Arena* ForInput(size_t inputBytes) {
-    return inputBytes < kMinInput ? nullptr : Create(2 * inputBytes);
+    return inputBytes < sMinInput.load(std::memory_order_relaxed) ? nullptr
+                                                                  : Create(2 * inputBytes);
   }
-  static constexpr size_t kMinInput = 2048;
+  // Where "so short" ends. Fuzzing lowers it to send small documents
+  // through arenas too.
+  static constexpr size_t kDefaultMinInput = 2048;
+  static void SetMinInput(size_t bytes) { sMinInput.store(bytes, std::memory_order_relaxed); }
   static Arena* Of(const JsonValue* node) {
     return *reinterpret_cast<Arena* const*>(reinterpret_cast<uintptr_t>(node) & ~(kPageBytes - 1));
   }
@@ -146,6 +150,8 @@ class Arena {
   size_t fNextDataChunk = 0;
   Block* fBlocks = nullptr;  // every chunk and large block, newest first
   size_t fBlockBytes = 0;
+
+  static inline std::atomic<size_t> sMinInput{kDefaultMinInput};
 
   // The tree's life.
   std::atomic<int64_t> fHolds{1};

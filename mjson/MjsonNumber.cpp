@@ -202,9 +202,8 @@ void JsonReal::CopyText(const Form& form, mjson::Arena* arena) {
 
 void JsonReal::DeleteText(uint64_t bits) {
   RealText* text = TextOf(bits);
-  const size_t bytes = RealText::BlockBytes(text->length);
   text->~RealText();
-  ::operator delete(text, bytes);
+  ::operator delete(text);
 }
 
 void JsonReal::AppendText(const Form& form, std::string& out) {
