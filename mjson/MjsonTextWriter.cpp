@@ -200,12 +200,29 @@ class TextSink {
   char* fCur = fBuffer;
 };
 
+// Whether a string of at most 16 bytes holds a byte that needs escaping,
+// in a word or two read over it: most keys and many values are that short.
+inline bool ShortHasSpecial(const char* p, size_t n) {
+  if (n >= 8)
+    return (mjson::SpecialLanes(mjson::Load8(p)) | mjson::SpecialLanes(mjson::Load8(p + n - 8))) !=
+           0;
+  if (n >= 4) {
+    uint32_t a, b;
+    memcpy(&a, p, 4);
+    memcpy(&b, p + n - 4, 4);
+    return mjson::SpecialLanes(a | (static_cast<uint64_t>(b) << 32)) != 0;
+  }
+  for (size_t i = 0; i < n; ++i)
+    if (mjson::IsSpecialByte(static_cast<unsigned char>(p[i]))) return true;
+  return false;
+}
+
 // A quoted string followed by `after` (nothing, or a key's colon): one
 // reservation for all of it unless the string needs escapes or is long.
 inline void PutQuoted(TextSink& sink, std::string_view s, std::string_view after = {}) {
   const char* p = s.data();
   const size_t n = s.size();
-  const char* first = FindSpecial(p, p + n);
+  const char* first = n <= 16 && !ShortHasSpecial(p, n) ? p + n : FindSpecial(p, p + n);
   if (first == p + n && n <= 2048) {
     char* d = sink.Reserve(n + 2 + after.size());
     *d++ = '"';
