@@ -180,8 +180,9 @@ class JsonValue : public JsonUseCounted {
   ~JsonValue() override = default;
 
   // A node of an arena's tree changes: the arena must walk the tree when it
-  // dies (see MjsonArena.h). Containers call this before every change.
-  void NoteChange() {
+  // dies (see MjsonArena.h). Containers call this before every change, and
+  // readers that give a container memory of its own (a member index).
+  void NoteChange() const {
     if (fType & kInArena) [[unlikely]]
       NoteArenaChange();
   }
@@ -583,7 +584,7 @@ class JsonObject final : public JsonValue {
   void EraseAt(size_t pos);
   void RebuildIndex();
   void RebuildIndex(mjson::Arena* arena);  // a fresh index, from `arena`
-  void NewIndex(uint32_t hash, size_t members, mjson::Arena* arena);
+  static uint32_t* NewIndex(uint32_t hash, size_t members, mjson::Arena* arena, bool side = false);
   // The index of `source`, whose copy this object's members are.
   void CopyIndex(const JsonObject& source, mjson::Arena* arena);
   void RebuildIndex(uint32_t hash, mjson::Arena* arena = nullptr);
@@ -592,10 +593,18 @@ class JsonObject final : public JsonValue {
   void ClearMembers();
 
   MemberList fMembers;
-  // Open-addressing index over fMembers, built only once an object grows
-  // past a handful of members: fIndex[0] is the slot mask, fIndex[1] the
-  // hash in use, and the slots follow, holding a position + 1, 0 when free.
-  uint32_t* fIndex = nullptr;
+  // Open-addressing index over fMembers, for objects of more than a handful
+  // of members: fIndex[0] is the slot mask, fIndex[1] the hash in use, and
+  // the slots follow, holding a position + 1, 0 when free. Objects that
+  // parsers build get theirs on their first lookup, which may come from
+  // several reading threads at once: hence atomic, published once.
+  mutable std::atomic<uint32_t*> fIndex{nullptr};
+  uint32_t* Index() const { return fIndex.load(std::memory_order_relaxed); }  // changers only
+  void SetIndex(uint32_t* index) { fIndex.store(index, std::memory_order_relaxed); }
+  const uint32_t* LookupIndex() const;
+  uint32_t* BuildIndex(uint32_t hash, mjson::Arena* arena, bool side = false) const;
+  static void* SideBlockOf(uint32_t* index);
+  static void FreeIndex(uint32_t* index, bool side);
 };
 
 class JsonArray final : public JsonValue {

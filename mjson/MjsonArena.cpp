@@ -136,6 +136,11 @@ const char* Arena::CopyOut(const char* p, size_t n) {
 }
 
 void Arena::Free() noexcept {
+  for (SideBlock* side = fSide.load(std::memory_order_acquire); side;) {
+    SideBlock* next = side->next;
+    ::operator delete(side);
+    side = next;
+  }
   const size_t total = fBlockBytes;
   Block* block = fBlocks;
   while (block) {

@@ -95,6 +95,19 @@ class Arena {
   // The bytes of a string longer than fits inline, copied here in the form
   // CompactString borrows (see CompactString::BorrowedBlockBytes).
   const char* CopyOut(const char* p, size_t n);
+  // A block of memory a reader made for a node after the build (a member
+  // index), freed with the arena. `block` has kSideHeader bytes in front
+  // for the arena's use. Any thread, at any time while the node is held.
+  static constexpr size_t kSideHeader = 16;
+  void Keep(void* block) noexcept {
+    auto* side = static_cast<SideBlock*>(block);
+    SideBlock* head = fSide.load(std::memory_order_relaxed);
+    do {
+      side->next = head;
+    } while (!fSide.compare_exchange_weak(head, side, std::memory_order_release,
+                                          std::memory_order_relaxed));
+  }
+
   // The build is over and the tree hangs from `root`.
   void Seal(JsonValue* root) {
     root->fType |= JsonValue::kArenaRoot;
@@ -152,6 +165,11 @@ class Arena {
   size_t fBlockBytes = 0;
 
   static inline std::atomic<size_t> sMinInput{kDefaultMinInput};
+
+  struct SideBlock {
+    SideBlock* next;
+  };
+  std::atomic<SideBlock*> fSide{nullptr};
 
   // The tree's life.
   std::atomic<int64_t> fHolds{1};

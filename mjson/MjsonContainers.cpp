@@ -8,6 +8,7 @@
 
 #include "Mjson.h"
 #include "MjsonInternal.h"
+#include "MjsonScratch.h"
 
 // ---------------------------------------------------------------------------
 // JsonObject
@@ -21,12 +22,12 @@ constexpr size_t kIndexThreshold = 8;
 constexpr size_t kMaxProbeRun = 64;
 
 // Index header: the slot mask, then the hash in use (with a flag for an
-// index in an arena's memory, which is not the object's to free); the
-// slots follow.
+// index in memory that is not the object's to free: an arena's, or a
+// parser's table); the slots follow.
 constexpr size_t kIndexHeader = 2;
 enum IndexHash : uint32_t { kFastHash = 0, kKeyedHash = 1 };
 constexpr uint32_t kHashBits = 1;
-constexpr uint32_t kIndexInArena = 2;
+constexpr uint32_t kIndexBorrowed = 2;
 
 }  // namespace
 
@@ -180,10 +181,10 @@ JsonObject& JsonObject::operator=(JsonObject&& other) noexcept {
     return *this;
   }
   fMembers = std::move(other.fMembers);
-  fIndex = other.fIndex;
+  SetIndex(other.Index());
   fAux8 = other.fAux8;
   other.fMembers.clear();
-  other.fIndex = nullptr;
+  other.SetIndex(nullptr);
   return *this;
 }
 
@@ -197,20 +198,36 @@ void JsonObject::ClearMembers() {
   DropIndex();
 }
 
+void* JsonObject::SideBlockOf(uint32_t* index) {
+  return reinterpret_cast<char*>(index) - mjson::Arena::kSideHeader;
+}
+
+void JsonObject::FreeIndex(uint32_t* index, bool side) {
+  if (side)
+    ::operator delete(SideBlockOf(index));
+  else
+    delete[] index;
+}
+
 void JsonObject::DropIndex() {
-  if (fIndex && !(fIndex[1] & kIndexInArena)) delete[] fIndex;
-  fIndex = nullptr;
+  uint32_t* index = Index();
+  if (index && !(index[1] & kIndexBorrowed)) delete[] index;
+  SetIndex(nullptr);
 }
 
 size_t JsonObject::Find(std::string_view key) const {
-  if (!fIndex) {
-    for (size_t i = 0; i < fMembers.size(); ++i)
-      if (SameKey(fMembers[i].key, key)) return i;
-    return kNotFound;
+  const uint32_t* index = fIndex.load(std::memory_order_acquire);
+  if (!index) {
+    if (fMembers.size() <= kIndexThreshold) {
+      for (size_t i = 0; i < fMembers.size(); ++i)
+        if (SameKey(fMembers[i].key, key)) return i;
+      return kNotFound;
+    }
+    index = LookupIndex();
   }
-  size_t mask = fIndex[0];
-  const uint32_t* slots = fIndex + kIndexHeader;
-  for (size_t slot = IndexHashOf(fIndex[1], key.data(), key.size()) & mask;;
+  size_t mask = index[0];
+  const uint32_t* slots = index + kIndexHeader;
+  for (size_t slot = IndexHashOf(index[1], key.data(), key.size()) & mask;;
        slot = (slot + 1) & mask) {
     uint32_t e = slots[slot];
     if (e == 0) return kNotFound;
@@ -218,59 +235,95 @@ size_t JsonObject::Find(std::string_view key) const {
   }
 }
 
+// The index of an object built without one (by a parser), made on its first
+// lookup by whichever reader comes first: readers that race to it keep the
+// index published first. An object of an arena hands its index to the
+// arena, which frees it with the rest, so a lookup costs the document
+// nothing of its one-step end.
+const uint32_t* JsonObject::LookupIndex() const {
+  const bool kept = InArena();
+  uint32_t* built = BuildIndex(kFastHash, nullptr, kept);
+  uint32_t* published = nullptr;
+  if (!fIndex.compare_exchange_strong(published, built, std::memory_order_acq_rel,
+                                      std::memory_order_acquire)) {
+    FreeIndex(built, kept);
+    return published;
+  }
+  if (kept) mjson::Arena::Of(this)->Keep(SideBlockOf(built));
+  return built;
+}
+
 void JsonObject::RebuildIndex() {
-  RebuildIndex(fIndex ? fIndex[1] & kHashBits : kFastHash);
+  uint32_t* index = Index();
+  RebuildIndex(index ? index[1] & kHashBits : kFastHash);
 }
 
 void JsonObject::RebuildIndex(mjson::Arena* arena) {
-  RebuildIndex(fIndex ? fIndex[1] & kHashBits : kFastHash, arena);
+  uint32_t* index = Index();
+  RebuildIndex(index ? index[1] & kHashBits : kFastHash, arena);
 }
 
 // A copy's members sit at the positions of the source's, so the source's
-// index serves it as it is.
+// index serves it as it is; a source without one gives a copy without one,
+// to be made on its first lookup.
 void JsonObject::CopyIndex(const JsonObject& source, mjson::Arena* arena) {
   DropIndex();
-  if (!source.fIndex || source.fMembers.size() != fMembers.size()) return RebuildIndex(arena);
-  const size_t words = source.fIndex[0] + 1 + kIndexHeader;
-  fIndex = arena ? arena->Array<uint32_t>(words) : new uint32_t[words];
-  memcpy(fIndex, source.fIndex, words * sizeof(uint32_t));
-  fIndex[1] = (fIndex[1] & kHashBits) | (arena ? kIndexInArena : 0);
+  const uint32_t* from = source.fIndex.load(std::memory_order_acquire);
+  if (!from) return;
+  if (source.fMembers.size() != fMembers.size()) return RebuildIndex(arena);
+  const size_t words = from[0] + 1 + kIndexHeader;
+  uint32_t* index = arena ? arena->Array<uint32_t>(words) : new uint32_t[words];
+  memcpy(index, from, words * sizeof(uint32_t));
+  index[1] = (index[1] & kHashBits) | (arena ? kIndexBorrowed : 0);
+  SetIndex(index);
 }
 
-// Builds the index with the given hash. A fast index whose keys pile up in
-// one long probe run is built again with the keyed hash, which then stays.
 void JsonObject::RebuildIndex(uint32_t hash, mjson::Arena* arena) {
   DropIndex();
-  if (fMembers.size() <= kIndexThreshold) return;
-  NewIndex(hash, std::max(fMembers.size(), fMembers.capacity()), arena);
-  uint32_t* slots = fIndex + kIndexHeader;
-  size_t mask = fIndex[0];
+  if (fMembers.size() > kIndexThreshold) SetIndex(BuildIndex(hash, arena));
+}
+
+// An index of the members with the given hash, from `arena` if given. A
+// fast index whose keys pile up in one long probe run is built again with
+// the keyed hash, which then stays.
+uint32_t* JsonObject::BuildIndex(uint32_t hash, mjson::Arena* arena, bool side) const {
+  uint32_t* index = NewIndex(hash, std::max(fMembers.size(), fMembers.capacity()), arena, side);
+  uint32_t* slots = index + kIndexHeader;
+  size_t mask = index[0];
   for (size_t i = 0; i < fMembers.size(); ++i) {
     std::string_view k = fMembers[i].key;
     size_t slot = IndexHashOf(hash, k.data(), k.size()) & mask;
     for (size_t run = 0; slots[slot]; slot = (slot + 1) & mask) {
       if (++run == kMaxProbeRun && hash == kFastHash) {
-        RebuildIndex(kKeyedHash, arena);
-        return;
+        if (!arena) FreeIndex(index, side);
+        return BuildIndex(kKeyedHash, arena, side);
       }
     }
     slots[slot] = static_cast<uint32_t>(i + 1);
   }
+  return index;
 }
 
-// An empty index with room for `members` members (the object has none).
-void JsonObject::NewIndex(uint32_t hash, size_t members, mjson::Arena* arena) {
+// An empty index with room for `members` members: in `arena`, or in a block
+// of its own for an arena to keep (`side`), or the object's own.
+uint32_t* JsonObject::NewIndex(uint32_t hash, size_t members, mjson::Arena* arena, bool side) {
   size_t capacity = 16;
   while (capacity < members * 2) capacity *= 2;
-  if (arena) {
-    fIndex = arena->Array<uint32_t>(capacity + kIndexHeader);
-    memset(fIndex, 0, (capacity + kIndexHeader) * sizeof(uint32_t));
-    fIndex[1] = hash | kIndexInArena;
+  uint32_t* index;
+  const size_t bytes = (capacity + kIndexHeader) * sizeof(uint32_t);
+  if (arena || side) {
+    index = arena ? arena->Array<uint32_t>(capacity + kIndexHeader)
+                  : reinterpret_cast<uint32_t*>(
+                        static_cast<char*>(::operator new(mjson::Arena::kSideHeader + bytes)) +
+                        mjson::Arena::kSideHeader);
+    memset(index, 0, bytes);
+    index[1] = hash | kIndexBorrowed;
   } else {
-    fIndex = new uint32_t[capacity + kIndexHeader]();
-    fIndex[1] = hash;
+    index = new uint32_t[capacity + kIndexHeader]();
+    index[1] = hash;
   }
-  fIndex[0] = static_cast<uint32_t>(capacity - 1);
+  index[0] = static_cast<uint32_t>(capacity - 1);
+  return index;
 }
 
 void JsonObject::Store(CompactString&& key, JsonValue* value) {
@@ -280,7 +333,8 @@ void JsonObject::Store(CompactString&& key, JsonValue* value) {
 
 // Stores with the index, when it must be built, from `arena` if given.
 void JsonObject::Store(CompactString&& key, JsonValue* value, mjson::Arena* arena) {
-  if (!fIndex) {
+  uint32_t* const index = Index();
+  if (!index) {
     for (Member& m : fMembers) {
       if (m.key == key) {
         JsonValue* old = m.value;
@@ -294,9 +348,9 @@ void JsonObject::Store(CompactString&& key, JsonValue* value, mjson::Arena* aren
     return;
   }
   // One probe finds either the key or the free slot it would take.
-  size_t mask = fIndex[0];
-  uint32_t* slots = fIndex + kIndexHeader;
-  size_t slot = IndexHashOf(fIndex[1], key.Data(), key.Size()) & mask;
+  size_t mask = index[0];
+  uint32_t* slots = index + kIndexHeader;
+  size_t slot = IndexHashOf(index[1], key.Data(), key.Size()) & mask;
   size_t run = 0;
   for (; slots[slot]; slot = (slot + 1) & mask, ++run) {
     Member& m = fMembers[slots[slot] - 1];
@@ -309,8 +363,8 @@ void JsonObject::Store(CompactString&& key, JsonValue* value, mjson::Arena* aren
   }
   fMembers.push_back({std::move(key), value});
   if (fMembers.size() * 2 > mask + 1)
-    RebuildIndex(fIndex[1] & kHashBits, arena);
-  else if (run >= kMaxProbeRun && (fIndex[1] & kHashBits) == kFastHash)
+    RebuildIndex(index[1] & kHashBits, arena);
+  else if (run >= kMaxProbeRun && (index[1] & kHashBits) == kFastHash)
     RebuildIndex(kKeyedHash, arena);
   else
     slots[slot] = static_cast<uint32_t>(fMembers.size());
@@ -320,7 +374,7 @@ void JsonObject::EraseAt(size_t pos) {
   NoteChange();
   JsonValue* old = fMembers[pos].value;
   fMembers.erase(fMembers.begin() + static_cast<ptrdiff_t>(pos));
-  if (fIndex) RebuildIndex();
+  if (Index()) RebuildIndex();
   old->Release();
 }
 
@@ -334,11 +388,25 @@ void JsonObject::AdoptMembers(Member* first, size_t count, mjson::Arena* arena) 
   // A fresh object: its members fit the arena's storage however many of
   // the keys repeat, so the list never grows out of it.
   fMembers.Borrow(arena->Array<Member>(count), count);
-  // The index is made once, at the size of all the members, and filled as
-  // they go in (finding repeated keys on the way), instead of being built
-  // again each time the object outgrows it.
-  if (count > kIndexThreshold) NewIndex(kFastHash, count, arena);
+  if (count <= kIndexThreshold) {
+    for (size_t i = 0; i < count; ++i) Store(std::move(first[i].key), first[i].value, arena);
+    return;
+  }
+  // Repeated keys are found through an index in a table the thread reuses
+  // from object to object, made once at the size of all the members; the
+  // object gets an index of its own on its first lookup, if it has one.
+  // (Keys chosen to collide make Store build a keyed index in the arena,
+  // which the object then keeps.)
+  mjson::Scratch<uint32_t, mjson::ScratchUse::kKeyTable> scratch;
+  std::vector<uint32_t>& table = scratch.Get();
+  size_t capacity = 16;
+  while (capacity < count * 2) capacity *= 2;
+  table.assign(capacity + kIndexHeader, 0);
+  table[0] = static_cast<uint32_t>(capacity - 1);
+  table[1] = kFastHash | kIndexBorrowed;
+  SetIndex(table.data());
   for (size_t i = 0; i < count; ++i) Store(std::move(first[i].key), first[i].value, arena);
+  if (Index() == table.data()) SetIndex(nullptr);
 }
 
 bool JsonObject::InsertValueWithNonUTF8KeyInternal(std::string&& key, JsonValue* value) {

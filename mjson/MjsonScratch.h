@@ -24,6 +24,7 @@ enum class ScratchUse : size_t {
   kMsgPackFrames,
   kMsgPackPairs,
   kMsgPackValues,
+  kKeyTable,
   kCount
 };
 

@@ -78,6 +78,14 @@ const Builder kBuilders[] = {
      }},
 };
 
+// "k" and the number: member names of the tests below. (Built by appends:
+// GCC 12 warns falsely on "k" + std::to_string(i).)
+std::string Key(size_t i) {
+  std::string key = "k";
+  key += std::to_string(i);
+  return key;
+}
+
 uint64_t OneByOne() {
   return mjson::Arena::NodesDestroyedOneByOne();
 }
@@ -203,6 +211,82 @@ TEST(Arena, FailedBuildsLeaveNothing) {
   for (size_t cut = 2048; cut < packed.size(); cut += 397) {
     ParserContext ctx;
     EXPECT_FALSE(JsonValue::ReadFromMsgPack(packed.substr(0, cut), &ctx, nullptr));
+  }
+}
+
+// Objects a parser builds find repeated keys through a table of its own and
+// get their index on the first lookup: the last value of a key still wins,
+// at the key's first place, whatever the object's size and whether or not
+// the document is in an arena.
+TEST(Arena, RepeatedKeysInObjectsOfEverySize) {
+  for (size_t members : {3, 8, 9, 40, 300}) {
+    for (bool inArena : {false, true}) {
+      mjson::Arena::SetMinInput(inArena ? 0 : mjson::Arena::kDefaultMinInput);
+      auto member = [](size_t key, size_t value) {
+        std::string m = "\"k";
+        m += std::to_string(key);
+        m += "\":";
+        m += std::to_string(value);
+        return m;
+      };
+      std::string text = "{", expected = "{";
+      for (size_t i = 0; i < members; ++i) {
+        text += member(i, i);
+        text += ',';
+        if (i) expected += ',';
+        expected += member(i, i % 3 == 0 ? i + 1000 : i);
+      }
+      for (size_t i = 0; i < members; i += 3) {
+        text += member(i, i + 1000);
+        text += ',';
+      }
+      text.back() = '}';
+      expected += '}';
+      ParserContext ctx;
+      ctx.fKeepObjectOrder = true;
+      ValuePtr v = JsonValue::ReadFromString(text, &ctx, nullptr);
+      ASSERT_TRUE(v) << ctx.fError;
+      EXPECT_EQ(v->InArena(), inArena || text.size() >= mjson::Arena::kDefaultMinInput);
+      for (const ValuePtr& doc :
+           {v, ValuePtr(JsonValue::ReadFromMsgPack(Pack(*v), nullptr, nullptr)),
+            JsonValue::Copy(*v)}) {
+        EXPECT_EQ(Text(*doc), expected) << members;
+        for (size_t i = 0; i < members; ++i)
+          ASSERT_EQ(doc->GetSubNode(Key(i))->GetAsInteger(),
+                    static_cast<long long>(i % 3 == 0 ? i + 1000 : i))
+              << members << " k" << i;
+        EXPECT_FALSE(doc->GetSubNode("absent"));
+      }
+    }
+  }
+  mjson::Arena::SetMinInput(mjson::Arena::kDefaultMinInput);
+}
+
+// The first lookups of a large parsed object, from many threads at once:
+// one index is published and every reader finds every member through it.
+TEST(Arena, FirstLookupsOnManyThreads) {
+  constexpr int kThreads = 6;
+  const std::string text = Document();
+  for (int round = 0; round < 30; ++round) {
+    ValuePtr doc = FromText(text);
+    JsonValue* meta = doc->GetSubNode("meta");  // 40 members, no index yet
+    std::vector<int> wrong(kThreads, 0);
+    TestBarrier barrier(kThreads);
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t) {
+      threads.emplace_back([&, t] {
+        barrier.ArriveAndWait();
+        for (int i = 39; i >= 0; --i) {
+          JsonValue* v = meta->GetSubNode(Key(i));
+          wrong[t] += !v || v->GetAsInteger() != i;
+        }
+      });
+    }
+    for (std::thread& th : threads) th.join();
+    for (int t = 0; t < kThreads; ++t) EXPECT_EQ(wrong[t], 0);
+    const uint64_t before = OneByOne();
+    doc = nullptr;
+    EXPECT_EQ(OneByOne(), before);  // the index went with the arena
   }
 }
 
