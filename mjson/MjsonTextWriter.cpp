@@ -1,5 +1,6 @@
 // Writing JSON text, compact and indented, with an explicit stack so that
 // document depth is bounded by memory alone.
+#include <stddef.h>
 #include <string.h>
 
 #include <vector>
@@ -280,6 +281,28 @@ inline void PutQuoted(TextSink& sink, std::string_view s, std::string_view after
   sink.Append(after);
 }
 
+// A member's key and what follows it (":" or ": "). Keys of up to twelve
+// bytes sit inline in their member, followed by the member's value pointer,
+// so sixteen bytes can be read from them whatever their length: one fixed
+// copy, and the closing quote written over what it brought along.
+static_assert(offsetof(JsonObject::Member, key) == 0 &&
+              sizeof(JsonObject::Member) >= sizeof(CompactString) + 4);
+[[gnu::always_inline]] inline void PutKey(TextSink& sink, const JsonObject::Member& m,
+                                          std::string_view after) {
+  const size_t n = m.key.Size();
+  const char* p = m.key.Data();
+  if (n > CompactString::kInline || ShortHasSpecial(p, n)) [[unlikely]] {
+    PutQuoted(sink, m.key, after);
+    return;
+  }
+  char* d = sink.Reserve(1 + 16 + 1 + 2);
+  d[0] = '"';
+  memcpy(d + 1, p, 16);
+  d[1 + n] = '"';
+  memcpy(d + 2 + n, after.data(), 2);  // ":" writes one byte more, which the next write covers
+  sink.Commit(d + 2 + n + after.size());
+}
+
 inline bool WriteScalar(const JsonValue* v, TextSink& sink) {
   switch (v->Type()) {
     case JsonValue::String:
@@ -359,7 +382,7 @@ inline const JsonObject::Member* WriteCompactMembers(const JsonObject::Member* m
     if (!m->value) continue;
     if (wroteAny) out.Put(',');
     wroteAny = true;
-    PutQuoted(out, m->key, ":");
+    PutKey(out, *m, ":");
     if (!WriteScalar(m->value, out)) break;
   }
   return m;
@@ -487,7 +510,7 @@ inline const JsonObject::Member* WritePrettyMembers(const JsonObject::Member* m,
     if (!m->value) continue;
     out.Append(wroteAny ? sep : sep.substr(1));
     wroteAny = true;
-    PutQuoted(out, m->key, ": ");
+    PutKey(out, *m, ": ");
     if (!WriteScalar(m->value, out)) break;
   }
   return m;
