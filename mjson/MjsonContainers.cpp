@@ -623,8 +623,9 @@ void JsonArray::Append(JsonValue* value) {
 
 void JsonArray::AdoptValues(JsonValue* const* first, size_t count, mjson::Arena* arena) {
   if (!arena) return AdoptValues(first, count);
-  fValues.Borrow(arena->Array<JsonValue*>(count), count);
-  fValues.assign(first, first + count);
+  JsonValue** storage = arena->Array<JsonValue*>(count);
+  for (size_t i = 0; i < count; ++i) storage[i] = first[i];  // mostly a handful
+  fValues.BorrowFilled(storage, count);
 }
 
 void JsonArray::AdoptValues(JsonValue* const* first, size_t count) {

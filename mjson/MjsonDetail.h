@@ -70,6 +70,13 @@ class NodeList {
     fSize = 0;
     fCapacity = static_cast<uint32_t>(capacity) | kBorrowed;
   }
+  // The same for storage that already holds `n` elements, all of it.
+  void BorrowFilled(T* storage, size_t n) {
+    FreeStorage();
+    fData = storage;
+    fSize = static_cast<uint32_t>(n);
+    fCapacity = static_cast<uint32_t>(n) | kBorrowed;
+  }
   bool Borrowed() const { return (fCapacity & kBorrowed) != 0; }
 
   size_t size() const { return fSize; }

@@ -221,6 +221,7 @@ class MsgPackReader {
   }
 
   Began Begin(const JsonCompiledObjectContext* table);
+  [[gnu::always_inline]] JsonValue* ReadScalar();
   // Each gives an empty container at once, or pushes its frame.
   Began OpenArray(size_t count, const JsonCompiledObjectContext* table);
   Began OpenMap(size_t count, const JsonCompiledObjectContext* table);
@@ -304,8 +305,13 @@ MsgPackReader::Began MsgPackReader::OpenArray(size_t count,
     JsonValue* run[kLeafRun];
     size_t k = 0;
     for (; k < count; ++k) {
-      if (fCur < fEnd && IsContainerCode(Byte(fCur))) break;
-      JsonValue* v = Begin(nullptr).value;  // a scalar: no frame opens here
+      JsonValue* v;
+      if (fCur >= fEnd) {
+        v = Truncated();
+      } else {
+        if (IsContainerCode(Byte(fCur))) break;
+        v = ReadScalar();
+      }
       if (!v) {
         for (size_t i = 0; i < k; ++i) run[i]->Release();
         return Done(nullptr);
@@ -340,60 +346,69 @@ MsgPackReader::Began MsgPackReader::OpenCompiled(size_t count,
 // Reads the type byte at the cursor and what it announces.
 MsgPackReader::Began MsgPackReader::Begin(const JsonCompiledObjectContext* table) {
   if (fCur >= fEnd) return Done(Truncated());
-  const unsigned char code = Byte(fCur++);
-  if (code < kFixMap) return Done(Make<JsonInteger>(static_cast<long long>(code)));
-  if (code >= kNegativeFixInt)
-    return Done(Make<JsonInteger>(static_cast<long long>(static_cast<int8_t>(code))));
+  const unsigned char code = Byte(fCur);
+  if (!IsContainerCode(code)) return Done(ReadScalar());
+  ++fCur;
   if (code < kFixArray) return OpenMap(code & kFixCountMask, table);
   if (code < kFixStr) return OpenArray(code & kFixCountMask, table);
-  if (code < kNil) {  // fixstr, the form of most strings
-    const size_t n = code & kFixStrLengthMask;
-    if (static_cast<size_t>(fEnd - fCur) < n) return Done(Truncated());
-    JsonValue* s = MakeString(fCur, n);
-    fCur += n;
-    return Done(s);
-  }
   switch (code) {
-    case kNil:
-      return Done(Make<JsonNull>());
-    case kFalse:
-      return Done(Make<JsonFalse>());
-    case kTrue:
-      return Done(Make<JsonTrue>());
-    case kFloat32:
-      return Done(ReadReal<float>());
-    case kFloat64:
-      return Done(ReadReal<double>());
-    case kUInt8:
-      return Done(ReadInteger<uint8_t>());
-    case kUInt16:
-      return Done(ReadInteger<uint16_t>());
-    case kUInt32:
-      return Done(ReadInteger<uint32_t>());
-    case kUInt64:
-      return Done(ReadInteger<uint64_t>());
-    case kInt8:
-      return Done(ReadInteger<int8_t>());
-    case kInt16:
-      return Done(ReadInteger<int16_t>());
-    case kInt32:
-      return Done(ReadInteger<int32_t>());
-    case kInt64:
-      return Done(ReadInteger<int64_t>());
-    case kStr8:
-    case kStr16:
-    case kStr32:
-      return Done(ReadString(code));
     case kArray16:
       return OpenSized<uint16_t>(true, table);
     case kMap16:
       return OpenSized<uint16_t>(false, table);
     case kArray32:
       return OpenSized<uint32_t>(true, table);
-    case kMap32:
+    default:  // kMap32
       return OpenSized<uint32_t>(false, table);
+  }
+}
+
+// A value whose type byte, at the cursor, is no container's.
+inline JsonValue* MsgPackReader::ReadScalar() {
+  const unsigned char code = Byte(fCur++);
+  if (code < kFixMap) return Make<JsonInteger>(static_cast<long long>(code));
+  if (code >= kNegativeFixInt)
+    return Make<JsonInteger>(static_cast<long long>(static_cast<int8_t>(code)));
+  if (code >= kFixStr && code < kNil) {  // fixstr, the form of most strings
+    const size_t n = code & kFixStrLengthMask;
+    if (static_cast<size_t>(fEnd - fCur) < n) return Truncated();
+    JsonValue* s = MakeString(fCur, n);
+    fCur += n;
+    return s;
+  }
+  switch (code) {
+    case kNil:
+      return Make<JsonNull>();
+    case kFalse:
+      return Make<JsonFalse>();
+    case kTrue:
+      return Make<JsonTrue>();
+    case kFloat32:
+      return ReadReal<float>();
+    case kFloat64:
+      return ReadReal<double>();
+    case kUInt8:
+      return ReadInteger<uint8_t>();
+    case kUInt16:
+      return ReadInteger<uint16_t>();
+    case kUInt32:
+      return ReadInteger<uint32_t>();
+    case kUInt64:
+      return ReadInteger<uint64_t>();
+    case kInt8:
+      return ReadInteger<int8_t>();
+    case kInt16:
+      return ReadInteger<int16_t>();
+    case kInt32:
+      return ReadInteger<int32_t>();
+    case kInt64:
+      return ReadInteger<int64_t>();
+    case kStr8:
+    case kStr16:
+    case kStr32:
+      return ReadString(code);
     default:  // C1, bin, ext and fixext
-      return Done(Unsupported());
+      return Unsupported();
   }
 }
 
