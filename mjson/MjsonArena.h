@@ -17,6 +17,10 @@
 //   - no container of the tree was changed. A change may give the tree
 //     nodes, lists and keys of other memory, which must be freed one by one.
 //
+// (Memory that readers add later without changing anything, the member
+// index a first lookup makes, is handed to the arena as a side block and
+// freed with it.)
+//
 // Otherwise the root's death walks the tree like any other: children are
 // released, a node whose count reaches zero is destroyed in place, and an
 // escaped node that is still held elsewhere lives on. The arena then lives
