@@ -603,6 +603,7 @@ class JsonObject final : public JsonValue {
   void SetIndex(uint32_t* index) { fIndex.store(index, std::memory_order_relaxed); }
   const uint32_t* LookupIndex() const;
   uint32_t* BuildIndex(uint32_t hash, mjson::Arena* arena, bool side = false) const;
+  static uint32_t* AllocateIndex(size_t words, mjson::Arena* arena, bool side);
   static void* SideBlockOf(uint32_t* index);
   static void FreeIndex(uint32_t* index, bool side);
 };

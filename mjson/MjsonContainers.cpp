@@ -29,6 +29,20 @@ enum IndexHash : uint32_t { kFastHash = 0, kKeyedHash = 1 };
 constexpr uint32_t kHashBits = 1;
 constexpr uint32_t kIndexBorrowed = 2;
 
+// Slots for `members` members: a power of two, at most half full.
+size_t IndexCapacity(size_t members) {
+  size_t capacity = 16;
+  while (capacity < members * 2) capacity *= 2;
+  return capacity;
+}
+
+// An empty index of `capacity` slots at `index`, its hash word `hashWord`.
+void InitIndex(uint32_t* index, size_t capacity, uint32_t hashWord) {
+  memset(index + kIndexHeader, 0, capacity * sizeof(uint32_t));
+  index[0] = static_cast<uint32_t>(capacity - 1);
+  index[1] = hashWord;
+}
+
 }  // namespace
 
 uint64_t MjsonFastKeyHash(const char* p, size_t n) {
@@ -198,20 +212,26 @@ void JsonObject::ClearMembers() {
   DropIndex();
 }
 
+// Index memory comes from the object's arena, or is a heap block of the
+// object's own, or one an arena keeps: the last has room in front for the
+// arena's list of such blocks.
+uint32_t* JsonObject::AllocateIndex(size_t words, mjson::Arena* arena, bool side) {
+  if (arena) return arena->Array<uint32_t>(words);
+  const size_t front = side ? mjson::Arena::kSideHeader : 0;
+  return reinterpret_cast<uint32_t*>(static_cast<char*>(::operator new(front + words * 4)) + front);
+}
+
 void* JsonObject::SideBlockOf(uint32_t* index) {
   return reinterpret_cast<char*>(index) - mjson::Arena::kSideHeader;
 }
 
 void JsonObject::FreeIndex(uint32_t* index, bool side) {
-  if (side)
-    ::operator delete(SideBlockOf(index));
-  else
-    delete[] index;
+  ::operator delete(side ? SideBlockOf(index) : index);
 }
 
 void JsonObject::DropIndex() {
   uint32_t* index = Index();
-  if (index && !(index[1] & kIndexBorrowed)) delete[] index;
+  if (index && !(index[1] & kIndexBorrowed)) FreeIndex(index, false);
   SetIndex(nullptr);
 }
 
@@ -272,7 +292,7 @@ void JsonObject::CopyIndex(const JsonObject& source, mjson::Arena* arena) {
   if (!from) return;
   if (source.fMembers.size() != fMembers.size()) return RebuildIndex(arena);
   const size_t words = from[0] + 1 + kIndexHeader;
-  uint32_t* index = arena ? arena->Array<uint32_t>(words) : new uint32_t[words];
+  uint32_t* index = AllocateIndex(words, arena, false);
   memcpy(index, from, words * sizeof(uint32_t));
   index[1] = (index[1] & kHashBits) | (arena ? kIndexBorrowed : 0);
   SetIndex(index);
@@ -304,25 +324,11 @@ uint32_t* JsonObject::BuildIndex(uint32_t hash, mjson::Arena* arena, bool side) 
   return index;
 }
 
-// An empty index with room for `members` members: in `arena`, or in a block
-// of its own for an arena to keep (`side`), or the object's own.
+// An empty index with room for `members` members (see AllocateIndex).
 uint32_t* JsonObject::NewIndex(uint32_t hash, size_t members, mjson::Arena* arena, bool side) {
-  size_t capacity = 16;
-  while (capacity < members * 2) capacity *= 2;
-  uint32_t* index;
-  const size_t bytes = (capacity + kIndexHeader) * sizeof(uint32_t);
-  if (arena || side) {
-    index = arena ? arena->Array<uint32_t>(capacity + kIndexHeader)
-                  : reinterpret_cast<uint32_t*>(
-                        static_cast<char*>(::operator new(mjson::Arena::kSideHeader + bytes)) +
-                        mjson::Arena::kSideHeader);
-    memset(index, 0, bytes);
-    index[1] = hash | kIndexBorrowed;
-  } else {
-    index = new uint32_t[capacity + kIndexHeader]();
-    index[1] = hash;
-  }
-  index[0] = static_cast<uint32_t>(capacity - 1);
+  const size_t capacity = IndexCapacity(members);
+  uint32_t* index = AllocateIndex(capacity + kIndexHeader, arena, side);
+  InitIndex(index, capacity, hash | (arena || side ? kIndexBorrowed : 0));
   return index;
 }
 
@@ -399,11 +405,9 @@ void JsonObject::AdoptMembers(Member* first, size_t count, mjson::Arena* arena) 
   // which the object then keeps.)
   mjson::Scratch<uint32_t, mjson::ScratchUse::kKeyTable> scratch;
   std::vector<uint32_t>& table = scratch.Get();
-  size_t capacity = 16;
-  while (capacity < count * 2) capacity *= 2;
-  table.assign(capacity + kIndexHeader, 0);
-  table[0] = static_cast<uint32_t>(capacity - 1);
-  table[1] = kFastHash | kIndexBorrowed;
+  const size_t capacity = IndexCapacity(count);
+  table.resize(capacity + kIndexHeader);
+  InitIndex(table.data(), capacity, kFastHash | kIndexBorrowed);
   SetIndex(table.data());
   for (size_t i = 0; i < count; ++i) Store(std::move(first[i].key), first[i].value, arena);
   if (Index() == table.data()) SetIndex(nullptr);
