@@ -120,6 +120,14 @@ class Arena {
   // The build failed: every chunk goes back. No node of the arena may be
   // referenced any more.
   void Discard() noexcept { Free(); }
+  // The end of a build by a reader: sealed with its root, or discarded
+  // when there is none (the read failed).
+  void Finish(JsonValue* root) noexcept {
+    if (root)
+      Seal(root);
+    else
+      Discard();
+  }
 
   // --- The tree's life.
 

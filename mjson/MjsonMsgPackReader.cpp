@@ -194,12 +194,8 @@ class MsgPackReader {
   void Open() { fArena = mjson::Arena::ForInput(static_cast<size_t>(fEnd - fCur)); }
   JsonValue* Seal(JsonValue* value) {
     if (fArena) {
-      if (value) {
-        fArena->Seal(value);
-      } else {
-        ReleaseLeftovers();  // before their memory goes
-        fArena->Discard();
-      }
+      if (!value) ReleaseLeftovers();  // before their memory goes
+      fArena->Finish(value);
       fArena = nullptr;
     }
     return value;
@@ -271,8 +267,7 @@ class MsgPackReader {
   // the caller vouches for its input.
   JsonValue* MakeString(const char* p, size_t n) {
     if (!fCtx.fNoUTF8Check && !IsUTF8(p, n)) n = 0;
-    if (fArena) return fArena->New<JsonString>(p, n, fArena, JsonString::Trusted{});
-    return mjson::NewNode<JsonString>(std::string_view(p, n), JsonString::Trusted{});
+    return Make<JsonString>(p, n, fArena, JsonString::Trusted{});
   }
   JsonValue* Truncated() {
     Fail(fCtx, "unexpected end of input");

@@ -341,8 +341,7 @@ JsonValue* TextParser::ParseScalar() {
     case '"': {
       std::string_view s;
       if (!ScanString(s)) return nullptr;
-      if (fArena) return fArena->New<JsonString>(s.data(), s.size(), fArena, JsonString::Trusted{});
-      return mjson::NewNode<JsonString>(s, JsonString::Trusted{});
+      return mjson::MakeNode<JsonString>(fArena, s.data(), s.size(), fArena, JsonString::Trusted{});
     }
     case 't':
       if (t.size() - p >= 4 && memcmp(t.data() + p, "true", 4) == 0) {
@@ -604,13 +603,8 @@ JsonValue* TextParser::Run(ValueMode mode, const JsonCompiledObjectContext* tabl
   const size_t left = fCtx.fPosition < fText.size() ? fText.size() - fCtx.fPosition : 0;
   fArena = mjson::Arena::ForInput(left);
   JsonValue* value = Build(mode, table);
-  if (fArena) {
-    if (value)
-      fArena->Seal(value);
-    else
-      fArena->Discard();
-    fArena = nullptr;
-  }
+  if (fArena) fArena->Finish(value);
+  fArena = nullptr;
   return value;
 }
 

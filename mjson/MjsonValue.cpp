@@ -330,10 +330,9 @@ void TreeCopier::CopyChildren(JsonValue* dst, const JsonValue* src, mjson::Arena
 JsonValue* TreeCopier::ShallowCopy(const JsonValue& v, mjson::Arena* arena) {
   switch (v.Type()) {
     case JsonValue::String: {
-      auto& s = static_cast<const JsonString&>(v);
-      if (!arena) return mjson::NewNode<JsonString>(s);
-      std::string_view bytes = s.Value();
-      return arena->New<JsonString>(bytes.data(), bytes.size(), arena, JsonString::Trusted{});
+      const std::string_view bytes = static_cast<const JsonString&>(v).Value();
+      return mjson::MakeNode<JsonString>(arena, bytes.data(), bytes.size(), arena,
+                                         JsonString::Trusted{});
     }
     case JsonValue::Integer:
       return mjson::MakeNode<JsonInteger>(arena, static_cast<const JsonInteger&>(v));
