@@ -4,35 +4,38 @@
 #              -P CheckExports.cmake
 # An ELF library is read with nm -D; a Windows DLL's export table with the
 # objdump of its toolchain (-p).
-set(exported "")
+# Runs a lister on the library and collects the names it prints: from the
+# text after `skip` (a regex, or empty for all of it), each match of `entry`
+# with the match of `prefix` cut off its front.
+function(collect_names out skip entry prefix)
+  execute_process(COMMAND ${ARGN} ${LIBRARY} OUTPUT_VARIABLE listing RESULT_VARIABLE status)
+  if(NOT status EQUAL 0)
+    message(FATAL_ERROR "${ARGV4} failed on ${LIBRARY}")
+  endif()
+  if(skip)
+    string(REGEX REPLACE "${skip}" "" listing "${listing}")
+  endif()
+  string(REGEX MATCHALL "${entry}" entries "${listing}")
+  set(names "")
+  foreach(e IN LISTS entries)
+    string(REGEX REPLACE "^${prefix}" "" name "${e}")
+    list(APPEND names "${name}")
+  endforeach()
+  set(${out} ${names} PARENT_SCOPE)
+endfunction()
+
 if(LIBRARY MATCHES "\\.dll$")
   if(NOT OBJDUMP)
     find_program(OBJDUMP NAMES x86_64-w64-mingw32-objdump objdump REQUIRED)
   endif()
-  execute_process(COMMAND ${OBJDUMP} -p ${LIBRARY} OUTPUT_VARIABLE listing RESULT_VARIABLE status)
-  if(NOT status EQUAL 0)
-    message(FATAL_ERROR "objdump failed on ${LIBRARY}")
-  endif()
   # The name table: lines like "\t[   0] GetModuleVersion" after its title.
-  string(REGEX REPLACE ".*\\[Ordinal/Name Pointer\\] Table[^\n]*\n" "" table "${listing}")
-  string(REGEX MATCHALL "\\[ *[0-9]+\\] [A-Za-z_][A-Za-z0-9_]*" entries "${table}")
-  foreach(entry IN LISTS entries)
-    string(REGEX REPLACE "^\\[ *[0-9]+\\] " "" name "${entry}")
-    list(APPEND exported "${name}")
-  endforeach()
+  collect_names(exported ".*\\[Ordinal/Name Pointer\\] Table[^\n]*\n"
+    "\\[ *[0-9]+\\] [A-Za-z_][A-Za-z0-9_]*" "\\[ *[0-9]+\\] " ${OBJDUMP} -p)
 else()
   find_program(NM nm REQUIRED)
-  execute_process(COMMAND ${NM} -D --defined-only ${LIBRARY}
-    OUTPUT_VARIABLE listing RESULT_VARIABLE status)
-  if(NOT status EQUAL 0)
-    message(FATAL_ERROR "nm failed on ${LIBRARY}")
-  endif()
   # Lines look like "0000000000012340 T GetModuleVersion".
-  string(REGEX MATCHALL "[0-9a-fA-F]+ [A-Za-z] [^\n]+" lines "${listing}")
-  foreach(line IN LISTS lines)
-    string(REGEX REPLACE "^[0-9a-fA-F]+ [A-Za-z] " "" name "${line}")
-    list(APPEND exported "${name}")
-  endforeach()
+  collect_names(exported "" "[0-9a-fA-F]+ [A-Za-z] [^\n]+" "[0-9a-fA-F]+ [A-Za-z] "
+    ${NM} -D --defined-only)
 endif()
 list(SORT exported)
 
