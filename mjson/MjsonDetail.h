@@ -224,17 +224,8 @@ class alignas(8) CompactString {
   // there is one. Built in place: a short string put together on the stack
   // and then moved costs a stalled load of the two words just stored.
   CompactString(const char* p, size_t n, mjson::Arena* arena);
-  // The string of `n` bytes at `block`, which the caller keeps alive and
-  // frees; copied when short enough to sit inline. From kHuge bytes up the
-  // block starts with the length in eight bytes (BorrowedBlockBytes).
-  static CompactString Borrowing(const char* block, size_t n) {
-    CompactString s;
-    if (n <= kInline)
-      s.Init(block, n);
-    else
-      s.InitBorrowed(block, n);
-    return s;
-  }
+  // Bytes of the block a longer string borrows: from kHuge bytes up the
+  // block starts with the length in eight bytes.
   static size_t BorrowedBlockBytes(size_t n) { return n < kHuge ? n : n + 8; }
   explicit CompactString(std::string_view s) { Init(s.data(), s.size()); }
   CompactString(const CompactString& other) { Init(other.Data(), other.Size()); }
