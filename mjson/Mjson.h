@@ -583,7 +583,6 @@ class JsonObject final : public JsonValue {
   void Store(CompactString&& key, JsonValue* value);  // adopts value, never null
   void EraseAt(size_t pos);
   void RebuildIndex();
-  void RebuildIndex(mjson::Arena* arena);  // a fresh index, from `arena`
   static uint32_t* NewIndex(uint32_t hash, size_t members, mjson::Arena* arena, bool side = false);
   // The index of `source`, whose copy this object's members are.
   void CopyIndex(const JsonObject& source, mjson::Arena* arena);

@@ -278,11 +278,6 @@ void JsonObject::RebuildIndex() {
   RebuildIndex(index ? index[1] & kHashBits : kFastHash);
 }
 
-void JsonObject::RebuildIndex(mjson::Arena* arena) {
-  uint32_t* index = Index();
-  RebuildIndex(index ? index[1] & kHashBits : kFastHash, arena);
-}
-
 // A copy's members sit at the positions of the source's, so the source's
 // index serves it as it is; a source without one gives a copy without one,
 // to be made on its first lookup.
@@ -290,7 +285,6 @@ void JsonObject::CopyIndex(const JsonObject& source, mjson::Arena* arena) {
   DropIndex();
   const uint32_t* from = source.fIndex.load(std::memory_order_acquire);
   if (!from) return;
-  if (source.fMembers.size() != fMembers.size()) return RebuildIndex(arena);
   const size_t words = from[0] + 1 + kIndexHeader;
   uint32_t* index = AllocateIndex(words, arena, false);
   memcpy(index, from, words * sizeof(uint32_t));
