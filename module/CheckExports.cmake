@@ -29,8 +29,10 @@ if(LIBRARY MATCHES "\\.dll$")
     find_program(OBJDUMP NAMES x86_64-w64-mingw32-objdump objdump REQUIRED)
   endif()
   # The name table: lines like "\t[   0] GetModuleVersion" after its title.
-  collect_names(exported ".*\\[Ordinal/Name Pointer\\] Table[^\n]*\n"
-    "\\[ *[0-9]+\\] [A-Za-z_][A-Za-z0-9_]*" "\\[ *[0-9]+\\] " ${OBJDUMP} -p)
+  # Each begins with the tab and the bracket, unlike the lines of the tables
+  # that follow ("\treloc 0 offset 18 [100018] DIR64").
+  collect_names(exported ".*\\[Ordinal/Name Pointer\\] Table[^\n]*"
+    "\n\t\\[ *[0-9]+\\] [A-Za-z_][A-Za-z0-9_]*" "\n\t\\[ *[0-9]+\\] " ${OBJDUMP} -p)
 else()
   find_program(NM nm REQUIRED)
   # Lines look like "0000000000012340 T GetModuleVersion".
