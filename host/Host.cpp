@@ -27,7 +27,19 @@ const char* const kMetadataExports[14] = {
 
 namespace {
 
-thread_local std::vector<std::string> tCallStack;
+// The calls in progress on this thread, outermost first. Each label lives
+// in the caller's frame for as long as its call runs, so the stack keeps
+// pointers to them. It is plain data on purpose: where thread storage is
+// emulated (MinGW), a thread's storage is freed before the destructors of
+// its thread_local objects run, and a stack with a destructor (a vector of
+// strings, say) would then free garbage at every thread's end. Calls nested
+// deeper than the array are counted but not named.
+struct CallStackOfThread {
+  static constexpr size_t kNamed = 64;
+  const std::string* labels[kNamed];
+  size_t depth;
+};
+constinit thread_local CallStackOfThread tCallStack{};
 
 const char* SeverityName(int severity) {
   switch (severity) {
@@ -431,21 +443,23 @@ CallOutcome Host::Call(Zentor::ZentorFunction entry, const LoadedModule* module,
                        const std::string& label, std::vector<Zentor::IVariant*>& args,
                        Zentor::IVariant* result) {
   CallOutcome outcome;
-  tCallStack.push_back(label);
+  if (tCallStack.depth < CallStackOfThread::kNamed) tCallStack.labels[tCallStack.depth] = &label;
+  ++tCallStack.depth;
   outcome.threw = !Guarded(
       [&] {
         outcome.status = entry(static_cast<int>(args.size()), args.data(), result,
                                module ? module->info.get() : nullptr, fContext.get());
       },
       outcome.exception);
-  tCallStack.pop_back();
+  --tCallStack.depth;
   return outcome;
 }
 
 std::string Host::CallStack() {
-  std::string text;
-  for (auto it = tCallStack.rbegin(); it != tCallStack.rend(); ++it)
-    text += (text.empty() ? "at " : " <- at ") + *it;
+  const size_t named = std::min(tCallStack.depth, CallStackOfThread::kNamed);
+  std::string text = tCallStack.depth > named ? "at ..." : "";
+  for (size_t level = named; level > 0; --level)
+    text += (text.empty() ? "at " : " <- at ") + *tCallStack.labels[level - 1];
   return text;
 }
 
