@@ -7,8 +7,29 @@
 #include "JSONCommon.h"
 #include "JSONWrapper.h"
 
+#if defined(_WIN32)
+#include <windows.h>
+#endif
+
 namespace Zentor {
 namespace JSON {
+
+#if defined(_WIN32)
+static_assert(sizeof(SRWLOCK) == sizeof(void*), "the lock is kept as one pointer");
+
+void ErrorLock::lock() {
+  AcquireSRWLockExclusive(reinterpret_cast<PSRWLOCK>(&fState));
+}
+void ErrorLock::unlock() {
+  ReleaseSRWLockExclusive(reinterpret_cast<PSRWLOCK>(&fState));
+}
+void ErrorLock::lock_shared() {
+  AcquireSRWLockShared(reinterpret_cast<PSRWLOCK>(&fState));
+}
+void ErrorLock::unlock_shared() {
+  ReleaseSRWLockShared(reinterpret_cast<PSRWLOCK>(&fState));
+}
+#endif
 
 namespace {
 

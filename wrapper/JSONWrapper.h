@@ -33,6 +33,30 @@ void AppendToErrorStr(char* buffer, unsigned int size, const char* text, unsigne
 
 namespace JSON {
 
+// The lock of a document's error pair, a shared mutex. On Windows it is the
+// system's slim reader/writer lock: MinGW's std::shared_mutex is the rwlock
+// of its pthreads library, which sets each lock up and tears it down under
+// one process-wide lock; with wrappers made and dropped on several threads
+// at once that cost milliseconds per wrapper, and under Wine it left
+// threads waiting for each other for good.
+#if defined(_WIN32)
+class ErrorLock {
+ public:
+  ErrorLock() = default;
+  ErrorLock(const ErrorLock&) = delete;
+  ErrorLock& operator=(const ErrorLock&) = delete;
+  void lock();
+  void unlock();
+  void lock_shared();
+  void unlock_shared();
+
+ private:
+  void* fState = nullptr;  // the system lock: one pointer, null when free
+};
+#else
+using ErrorLock = std::shared_mutex;
+#endif
+
 class JSONData;
 
 class JSONWrapper : public InterfaceImpl<IJSON> {
@@ -252,7 +276,7 @@ class JSONData {
   void SetStatus(IJSON::Status status, std::string&& message);
 
   Error fError{IJSON::kStatusNone, std::string()};
-  mutable std::shared_mutex fLock;
+  mutable ErrorLock fLock;
 };
 
 // A new wrapper over `node` as a slot result (+1 for the caller), or null.
