@@ -370,8 +370,19 @@ void WINAPI EndThreadCallback(void* p) {
   delete state;
 }
 
+// The slot's callback is code of the library that holds this pool, and it
+// runs whenever a thread that used the pool ends, however long after the
+// host unloaded that library: it would then run in unmapped code. So the
+// library is pinned, once, before the slot exists: a host's FreeLibrary no
+// longer unmaps it, and a later load finds it still there with its slot
+// (one slot per process, not one per load).
 DWORD StateSlot() {
-  static const DWORD slot = FlsAlloc(EndThreadCallback);
+  static const DWORD slot = [] {
+    HMODULE self = nullptr;
+    GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_PIN,
+                       reinterpret_cast<LPCWSTR>(&EndThreadCallback), &self);
+    return FlsAlloc(EndThreadCallback);
+  }();
   return slot;
 }
 
