@@ -1,8 +1,16 @@
 #include "HostFunctions.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
 
+#include "Hints.h"
 #include "HostTextJSON.h"
+#include "Platform.h"
 
 namespace zhost {
 namespace {
@@ -25,6 +33,14 @@ struct HostCall {
       throw ScriptError(name + ": argument " + std::to_string(index + 1) +
                         " must be a user-defined value with object");
     return object;
+  }
+
+  // The bytes of a STRING argument.
+  std::string Text(size_t index) const {
+    if (index >= args.size() || args[index]->GetVector() ||
+        args[index]->GetType() != Zentor::kTypeString)
+      throw ScriptError(name + ": argument " + std::to_string(index + 1) + " must be a string");
+    return args[index]->GetStdString();
   }
 
   double Number(size_t index) const {
@@ -107,6 +123,81 @@ Variant Deserialize(const HostCall& call) {
   return copy;
 }
 
+// The system's reason for the last failure of a file operation.
+std::string SystemReason() {
+  return std::strerror(errno);
+}
+
+// A file's bytes, read in binary mode on every system.
+Variant ReadFile(const HostCall& call) {
+  const std::string path = call.Text(0);
+  auto failed = [&] {
+    return ScriptError(call.name + ": cannot read " + Quote(path) + ": " + SystemReason());
+  };
+  std::FILE* file = OpenFile(path, "rb");
+  if (!file) throw failed();
+  std::string bytes;
+  char buffer[65536];
+  size_t got = 0;
+  while ((got = std::fread(buffer, 1, sizeof buffer, file)) > 0) bytes.append(buffer, got);
+  const bool broken = std::ferror(file) != 0;
+  const ScriptError error = failed();  // before fclose changes errno
+  std::fclose(file);
+  if (broken) throw error;
+  return MakeString(bytes);
+}
+
+// Writes a STRING's or a DATAREF's bytes as they are; the value is the
+// number of bytes written.
+Variant WriteFile(const HostCall& call) {
+  const std::string path = call.Text(0);
+  Zentor::IVariant* value = call.args[1].get();
+  std::string bytes;
+  if (!value->GetVector() && value->GetType() == Zentor::kTypeString) {
+    bytes = value->GetStdString();
+  } else if (auto data = value->GetVector() ? nullptr : value->GetData()) {
+    data->ReadAll(bytes);
+  } else {
+    throw ScriptError(call.name + ": argument 2 must be a string or data");
+  }
+  std::FILE* file = OpenFile(path, "wb");
+  bool written = file && std::fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size();
+  std::string reason = written ? std::string() : SystemReason();
+  if (file && std::fclose(file) != 0 && written) {
+    written = false;
+    reason = SystemReason();
+  }
+  if (!written) throw ScriptError(call.name + ": cannot write " + Quote(path) + ": " + reason);
+  return MakeNumber(static_cast<double>(bytes.size()));
+}
+
+// Strings as they are and numbers as text, joined: whole numbers in all
+// their digits without a fraction (for paths such as "statuses/3"), other
+// numbers as print shows them.
+Variant Concat(const HostCall& call) {
+  std::string text;
+  for (size_t i = 0; i < call.args.size(); ++i) {
+    Zentor::IVariant* arg = call.args[i].get();
+    const unsigned int kind = arg->GetVector() ? Zentor::kTypeVector : arg->GetType();
+    if (kind == Zentor::kTypeString) {
+      text += arg->GetStdString();
+    } else if (kind == Zentor::kTypeNumber) {
+      const double number = arg->GetNumber();
+      char digits[400];
+      if (std::isfinite(number) && number == std::trunc(number))
+        text.append(
+            digits,
+            std::to_chars(digits, digits + sizeof digits, number, std::chars_format::fixed).ptr);
+      else
+        text += FormatNumber(number);
+    } else {
+      throw ScriptError(call.name + ": argument " + std::to_string(i + 1) +
+                        " must be a string or a number");
+    }
+  }
+  return MakeString(text);
+}
+
 struct HostFunction {
   const char* name;  // after "Host."
   size_t minArgs;
@@ -114,6 +205,12 @@ struct HostFunction {
   Variant (*run)(const HostCall& call);
 };
 
+// The host's work on files and text, for scripts that handle real data.
+constexpr HostFunction kFileFunctions[] = {
+    {"ReadFile", 1, 1, ReadFile}, {"WriteFile", 2, 2, WriteFile}, {"Concat", 0, SIZE_MAX, Concat}};
+
+// Its operations on user-defined values; an unknown host function is
+// answered with their list.
 constexpr HostFunction kFunctions[] = {{"Clone", 1, 1, Clone},
                                        {"LessThan", 2, 2, LessThan},
                                        {"TypeName", 1, 1, TypeName},
@@ -134,12 +231,18 @@ std::string FunctionList() {
   return list;
 }
 
+template <size_t N>
+std::vector<std::string> NamesOf(const HostFunction (&table)[N]) {
+  std::vector<std::string> names;
+  for (const HostFunction& function : table) names.push_back(kPrefix + std::string(function.name));
+  return names;
+}
+
 }  // namespace
 
 std::vector<std::string> HostFunctionNames() {
-  std::vector<std::string> names;
-  for (const HostFunction& function : kFunctions)
-    names.push_back(kPrefix + std::string(function.name));
+  std::vector<std::string> names = NamesOf(kFileFunctions);
+  for (std::string& name : NamesOf(kFunctions)) names.push_back(std::move(name));
   return names;
 }
 
@@ -147,15 +250,27 @@ std::optional<Variant> CallHostFunction(Host& host, const std::string& name,
                                         const Arguments& args) {
   if (name.rfind(kPrefix, 0) != 0 || !host.OverloadsOf(name).empty()) return std::nullopt;
   const std::string bare = name.substr(sizeof kPrefix - 1);
+  const HostCall call{host, name, args};
+  for (const HostFunction& function : kFileFunctions) {
+    if (bare != function.name) continue;
+    if (args.size() < function.minArgs || args.size() > function.maxArgs)
+      throw ScriptError(name + " takes " + std::to_string(function.minArgs) +
+                        (function.minArgs == 1 ? " argument" : " arguments"));
+    return function.run(call);
+  }
   const auto* function =
       std::find_if(std::begin(kFunctions), std::end(kFunctions), [&](const HostFunction& f) {
         return bare == f.name && args.size() >= f.minArgs && args.size() <= f.maxArgs;
       });
-  if (function == std::end(kFunctions))
-    throw ScriptError("unknown host function " +
-                      Signature(name, std::vector<std::string>(args.size(), "?")) + " (" +
-                      FunctionList() + ")");
-  return function->run(HostCall{host, name, args});
+  if (function != std::end(kFunctions)) return function->run(call);
+  // A slip in the name of a file function is answered with it; anything
+  // else with the list of operations on values.
+  const std::vector<std::string> fileFunctions = NamesOf(kFileFunctions);
+  if (!NearestNames(name, fileFunctions).empty())
+    throw Unknown("host function", name, fileFunctions);
+  throw ScriptError("unknown host function " +
+                    Signature(name, std::vector<std::string>(args.size(), "?")) + " (" +
+                    FunctionList() + ")");
 }
 
 }  // namespace zhost

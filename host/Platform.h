@@ -5,6 +5,7 @@
 // with LoadLibrary and GetProcAddress.
 #pragma once
 
+#include <cstdio>
 #include <string>
 
 namespace zhost {
@@ -23,6 +24,9 @@ void CloseLibrary(LibraryHandle library);
 std::string ExecutablePath();
 // Whether a file exists at `path`.
 bool FileExists(const std::string& path);
+// std::fopen of a path in UTF-8 (Windows takes it as UTF-8 too, not in the
+// system's code page); null with errno set when it fails.
+std::FILE* OpenFile(const std::string& path, const char* mode);
 // Whether standard input (0) or output (1) is a terminal.
 bool IsTerminal(int stream);
 // The user's home folder, or "" when there is none.

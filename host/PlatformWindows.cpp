@@ -3,8 +3,10 @@
 #include <io.h>
 #include <windows.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <string>
 
 #include "Platform.h"
 
@@ -37,6 +39,23 @@ std::string ExecutablePath() {
 
 bool FileExists(const std::string& path) {
   return GetFileAttributesA(path.c_str()) != INVALID_FILE_ATTRIBUTES;
+}
+
+std::FILE* OpenFile(const std::string& path, const char* mode) {
+  auto wide = [](const std::string& text) {
+    const int size = static_cast<int>(text.size());
+    const int length =
+        MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, text.data(), size, nullptr, 0);
+    std::wstring out(static_cast<size_t>(length), L'\0');
+    MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, text.data(), size, out.data(), length);
+    return out;
+  };
+  const std::wstring widePath = wide(path);
+  if (widePath.empty() && !path.empty()) {
+    errno = EINVAL;  // not UTF-8
+    return nullptr;
+  }
+  return _wfopen(widePath.c_str(), wide(mode).c_str());
 }
 
 bool IsTerminal(int stream) {
