@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <cstring>
 #include <cwchar>
+#include <utility>
 
 #include "Hints.h"
 
@@ -32,6 +33,8 @@ class EditLineReader final : public LineReader {
   EditLineReader& operator=(const EditLineReader&) = delete;
 
   std::optional<std::string> ReadLine() override;
+  void Continue(bool continued) override { fContinued = continued; }
+  bool TakeAbandoned() override { return std::exchange(fAbandoned, false); }
 
  private:
   static EditLineReader& Of(EditLine* editor);
@@ -49,6 +52,8 @@ class EditLineReader final : public LineReader {
   History* fHistory = nullptr;
   EditLine* fEditor = nullptr;
   bool fInterrupted = false;
+  bool fContinued = false;
+  bool fAbandoned = false;
   bool fEnded = false;
 };
 
@@ -124,6 +129,8 @@ std::optional<std::string> EditLineReader::ReadLine() {
     if (fInterrupted) {
       std::fputs("^C\n", stdout);
       std::fflush(stdout);
+      fAbandoned = true;
+      fContinued = false;
       continue;
     }
     // Ctrl-D on an empty line, or a terminal that went away.
@@ -153,7 +160,8 @@ EditLineReader& EditLineReader::Of(EditLine* editor) {
 }
 
 char* EditLineReader::Prompt(EditLine* editor) {
-  return Of(editor).fPrompt.data();
+  EditLineReader& reader = Of(editor);
+  return reader.fContinued ? const_cast<char*>(kContinuationPrompt) : reader.fPrompt.data();
 }
 
 // One typed character, decoded by the locale as libedit's own read does,
@@ -207,8 +215,8 @@ unsigned char EditLineReader::CompleteName(EditLine* editor, int /*key*/) {
   const std::string typed(line->buffer, static_cast<size_t>(line->cursor - line->buffer));
   const Completion completion = Complete(typed, Of(editor).fWords());
   if (completion.choices.empty()) return CC_REFRESH_BEEP;
-  if (!completion.insert.empty()) {
-    el_insertstr(editor, completion.insert.c_str());
+  if (const std::string insert = TabInsertion(completion); !insert.empty()) {
+    el_insertstr(editor, insert.c_str());
     return CC_REFRESH;
   }
   if (completion.choices.size() == 1) return CC_NORM;

@@ -108,4 +108,9 @@ Completion Complete(const std::string& typed, const std::vector<std::string>& wo
   return completion;
 }
 
+std::string TabInsertion(const Completion& completion) {
+  const bool command = completion.choices.size() == 1 && completion.choices.front()[0] == ':';
+  return command ? completion.insert + " " : completion.insert;
+}
+
 }  // namespace zhost

@@ -43,4 +43,8 @@ struct Completion {
 };
 Completion Complete(const std::string& typed, const std::vector<std::string>& words);
 
+// The text Tab adds: the completion, and a blank after a ':' command that
+// it has completed, so that the command's argument can follow at once.
+std::string TabInsertion(const Completion& completion);
+
 }  // namespace zhost

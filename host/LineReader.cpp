@@ -33,13 +33,15 @@ std::optional<std::string> TerminalLineReader::ReadLine() {
   // session is still there.
   TerminalSignals::TakeInterrupt();
   for (;;) {
-    fOut << fPrompt << std::flush;
+    fOut << (fContinued ? kContinuationPrompt : fPrompt) << std::flush;
     if (auto line = GetLine(fIn)) return line;
     if (!TerminalSignals::TakeInterrupt()) break;
     // The read was cut short by Ctrl-C: the terminal has dropped what was
     // typed and echoed ^C.
     fIn.clear();
     fOut << '\n';
+    fAbandoned = true;
+    fContinued = false;
   }
   fEnded = true;
   return std::nullopt;
