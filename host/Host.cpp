@@ -123,8 +123,9 @@ void HostContext::Interface_TriggerErrorHandler(int severity, const char* source
   state.source = Str(source);
   state.code = Str(code);
   state.message = message ? std::string(message, static_cast<size_t>(messageSize)) : std::string();
-  fHost.Out().Line("! report: severity " + std::to_string(severity) + " (" +
-                   SeverityName(severity) + "), source " + Quote(state.source) + ", code " +
+  if (severity >= static_cast<int>(Zentor::ErrorSeverity::Error)) ++fErrorReports;
+  fHost.Out().Line("! report" + fHost.EventLine() + ": severity " + std::to_string(severity) +
+                   " (" + SeverityName(severity) + "), source " + Quote(state.source) + ", code " +
                    Quote(state.code) + ", message " + Quote(state.message));
   std::lock_guard<std::mutex> lock(fMutex);
   fError = std::move(state);
@@ -202,6 +203,11 @@ Host::Host(Output& out) : fOut(out), fContext(new HostContext(*this)) {}
 // Modules stay mapped: objects they made may outlive the host's tables
 // (variables released at exit), and unloading buys a test host nothing.
 Host::~Host() = default;
+
+std::string Host::EventLine() const {
+  const int line = fEventLine;
+  return line > 0 ? " at line " + std::to_string(line) : std::string();
+}
 
 std::string Host::ExecutableDir() {
   const std::string path = ExecutablePath();

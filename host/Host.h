@@ -120,6 +120,8 @@ class HostContext final : public Zentor::InterfaceImpl<Zentor::IContext> {
   };
   ErrorState GetErrorState() const;
   void SetInterrupted(bool on) { fInterrupted = on; }
+  // Reports of severity 2 (error) or above so far.
+  unsigned long long ErrorReports() const { return fErrorReports; }
   // Simulates a restart of the host: modules must look functions up anew.
   unsigned long long NewInstance() { return ++fInstanceId; }
 
@@ -148,6 +150,7 @@ class HostContext final : public Zentor::InterfaceImpl<Zentor::IContext> {
   ErrorState fError;
   std::atomic<bool> fInterrupted{false};
   std::atomic<unsigned long long> fInstanceId{1};
+  std::atomic<unsigned long long> fErrorReports{0};
 };
 
 class Host {
@@ -159,6 +162,12 @@ class Host {
 
   Output& Out() { return fOut; }
   HostContext& Context() { return *fContext; }
+
+  // The script line that is running, named in the reports printed while it
+  // runs (" at line 3"); 0 names none, as when the lines are echoed anyway.
+  void SetEventLine(int line) { fEventLine = line; }
+  // " at line N" for the running line, or "".
+  std::string EventLine() const;
 
   // Loads a module. A name without "/" is looked for next to the zentor
   // executable first. Problems in the definition are printed; only a
@@ -201,6 +210,7 @@ class Host {
  private:
   Output& fOut;
   Zentor::AutoRefPtr<HostContext> fContext;
+  std::atomic<int> fEventLine{0};
   mutable std::mutex fMutex;
   std::vector<std::unique_ptr<LoadedModule>> fModules;
   std::vector<RegisteredType> fTypes;  // index = id - kTypeFirstUserDefined

@@ -15,6 +15,12 @@ std::string DeclarationCount(const LoadedModule& module) {
          std::to_string(module.parsed.functions.size()) + " functions";
 }
 
+// One line of help: the usage padded to one column; a long one keeps
+// three blanks before its text.
+void HelpLine(Output& out, const std::string& usage, const std::string& text) {
+  out.Line(usage + std::string(std::max<size_t>(30, usage.size() + 3) - usage.size(), ' ') + text);
+}
+
 // One command at a time: the host and runner it speaks about, and the
 // rest of the command line.
 class Commands {
@@ -91,7 +97,7 @@ void Commands::Run() {
 }
 
 std::vector<std::string> Commands::Names() {
-  std::vector<std::string> names{"help", "quit"};
+  std::vector<std::string> names{"help", "quit", "time"};
   for (const Command& command : kCommands) names.push_back(command.name);
   return names;
 }
@@ -107,16 +113,10 @@ std::vector<const LoadedModule*> Commands::ModulesArgument() {
 
 void Commands::Help() {
   fArgs.ExpectEnd();
-  // Usage padded to one column; a long one keeps three blanks before its
-  // text.
-  auto line = [&](const std::string& usage, const char* help) {
-    fOut.Line(usage + std::string(std::max<size_t>(30, usage.size() + 3) - usage.size(), ' ') +
-              help);
-  };
   for (const Command& command : kCommands)
-    line(std::string(":") + command.name + (*command.usage ? " " : "") + command.usage,
-         command.help);
-  line(":quit", "stop");
+    HelpLine(fOut, std::string(":") + command.name + (*command.usage ? " " : "") + command.usage,
+             command.help);
+  HelpLine(fOut, ":quit", "stop");
 }
 
 void Commands::ModuleList() {
@@ -288,6 +288,31 @@ void RunHostCommand(Host& host, Script& script, const std::string& text) {
 
 std::vector<std::string> HostCommandNames() {
   return Commands::Names();
+}
+
+void ShowGuide(Output& out) {
+  out.Line("Statements, one per line:");
+  const char* const statements[][2] = {
+      {"let NAME = EXPR", "keep a value in a variable"},
+      {"EXPR, print EXPR", "show a value"},
+      {"echo EXPR", "write a string as it is"},
+      {"for NAME in A .. B", "run the lines up to end for NAME = A, A+1 ... B"},
+      {"for NAME in VECTOR", "... for each element"},
+      {"end", "close a for block"},
+      {":time STATEMENT", "run it and show how long it took"},
+  };
+  for (const auto& statement : statements)
+    HelpLine(out, std::string("  ") + statement[0], statement[1]);
+  out.Line(
+      "Values: \"text\", 2.5, true, numbers[1,2], strings[\"a\"], data\"81a161\", NAME, FUNC(ARG, "
+      "...)");
+  out.Line("  let d = JSON.FromString(\"{\\\"a\\\":[1,2]}\")    JSON.SubNode(d, \"a/1\")");
+  out.Line("  let text = Host.ReadFile(\"data.json\")    echo ToFormattedString(d, \"  \")");
+  out.Line("A string or bracket left open goes on on the next line (....>).");
+  out.Line("Functions: :functions lists them all, :functions JSON.Set one; Tab completes names.");
+  out.Line(
+      "More: docs/script-language.md (this language), docs/functions.md (every JSON function).");
+  out.Line("Commands:");
 }
 
 }  // namespace zhost

@@ -17,7 +17,11 @@ class Script;
 // ScriptError.
 void RunHostCommand(Host& host, Script& script, const std::string& text);
 
-// The command names without their ':', "quit" among them.
+// The command names without their ':', "quit" and "time" among them.
 std::vector<std::string> HostCommandNames();
+
+// How statements look, and where to read more: what `help` shows at the
+// terminal before the command list.
+void ShowGuide(Output& out);
 
 }  // namespace zhost

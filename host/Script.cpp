@@ -1,8 +1,13 @@
 #include "Script.h"
 
+#include <cctype>
+#include <chrono>
+#include <cstdio>
+
 #include "Hints.h"
 #include "HostCommands.h"
 #include "HostFunctions.h"
+#include "TerminalSignals.h"
 
 namespace zhost {
 namespace {
@@ -24,6 +29,52 @@ std::string TrimEnd(const std::string& line) {
   return trimmed;
 }
 
+using Clock = std::chrono::steady_clock;
+
+double MillisecondsSince(Clock::time_point start) {
+  return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
+}
+
+// The name a line starts with ("let", "for", "end", a variable...), or "".
+std::string FirstWord(const std::string& line) {
+  size_t start = line.find_first_not_of(" \t");
+  if (start == std::string::npos) return std::string();
+  size_t end = start;
+  while (end < line.size() && (std::isalnum(static_cast<unsigned char>(line[end])) ||
+                               line[end] == '_' || line[end] == '.'))
+    ++end;
+  return line.substr(start, end - start);
+}
+
+// `line` without a leading ":time" (and the blanks after it); `timed` says
+// whether it had one.
+std::string WithoutTime(const std::string& line, bool& timed) {
+  const size_t start = line.find_first_not_of(" \t");
+  timed = start != std::string::npos && line.compare(start, 5, ":time") == 0 &&
+          (start + 5 == line.size() || line[start + 5] == ' ' || line[start + 5] == '\t');
+  if (!timed) return line;
+  const size_t rest = line.find_first_not_of(" \t", start + 5);
+  return rest == std::string::npos ? std::string() : line.substr(rest);
+}
+
+bool OpensBlock(const std::string& line) {
+  bool timed = false;
+  return FirstWord(WithoutTime(line, timed)) == "for";
+}
+
+// A block's `end` stands alone on its line.
+void CheckEnd(const std::string& line) {
+  TokenCursor tokens(Lex(line));
+  tokens.Next();
+  tokens.ExpectEnd();
+}
+
+// The variable a `let` line sets, or "".
+std::string LetTarget(const std::string& line) {
+  if (FirstWord(line) != "let") return std::string();
+  return FirstWord(line.substr(line.find("let") + 3));
+}
+
 std::vector<Zentor::IVariant*> Pointers(const Arguments& args) {
   std::vector<Zentor::IVariant*> argv;
   for (const auto& arg : args) argv.push_back(arg.get());
@@ -32,7 +83,10 @@ std::vector<Zentor::IVariant*> Pointers(const Arguments& args) {
 
 }  // namespace
 
-Script::Script(Host& host, bool echo) : fHost(host), fOut(host.Out()), fEcho(echo) {}
+Script::Script(Host& host, bool echo) : Script(host, ScriptOptions{echo}) {}
+
+Script::Script(Host& host, const ScriptOptions& options)
+    : fHost(host), fOut(host.Out()), fOptions(options) {}
 
 // Variables go first, while the modules that made their objects are still
 // loaded (they always are: the host never unloads).
@@ -44,24 +98,40 @@ bool Script::RunLine(const std::string& rawLine, int lineNumber) {
   const std::string line = TrimEnd(rawLine);
   const size_t first = line.find_first_not_of(" \t");
   if (first == std::string::npos) return true;
-  if (fEcho) fOut.Line("> " + line);
+  if (fOptions.echo) fOut.Line("> " + line);
   if (line[first] == '#') return true;
-  fLastFailed = false;
+  const bool opens = OpensBlock(line);
+  if (fBlockDepth == 0 && !opens) return RunOne(line, lineNumber) != Flow::Quit;
+  // A for block runs once its end has come, so that the whole of it is
+  // known: a block typed at the terminal runs when it is finished.
+  fBlock.push_back({line, lineNumber});
+  if (opens)
+    ++fBlockDepth;
+  else if (FirstWord(line) == "end")
+    --fBlockDepth;
+  if (fBlockDepth > 0) return true;
+  const std::vector<Line> block = std::move(fBlock);
+  fBlock.clear();
+  // The whole block is one statement for how a terminal session ends.
+  const int failuresBefore = fErrors + fStrictFailures;
+  const Flow flow = RunFor(block, 0, block.size() - 1);
+  fLastFailed = fErrors + fStrictFailures != failuresBefore;
+  return flow != Flow::Quit;
+}
+
+void Script::Finish() {
+  if (fBlockDepth == 0) return;
+  const int head = fBlock.front().number;
+  fBlock.clear();
+  fBlockDepth = 0;
+  Attempt(head, [] { throw ScriptError("the for block has no end"); });
+}
+
+template <class Body>
+bool Script::Attempt(int lineNumber, Body&& body) {
   try {
-    // What a newcomer types first: no statement, but the way to :help.
-    if (const std::string word = line.substr(first); word == "help" || word == "?") {
-      RunHostCommand(fHost, *this, "help");
-      return true;
-    }
-    if (line[first] != ':') {
-      RunStatement(line);
-      return true;
-    }
-    // Quitting is the runner's business, not a command's: only the bare
-    // word ends the script.
-    const std::string command = line.substr(first + 1);
-    if (command == "quit" || command == "q") return false;
-    RunHostCommand(fHost, *this, command);
+    body();
+    return true;
   } catch (const ScriptError& error) {
     ++fErrors;
     fLastFailed = true;
@@ -70,8 +140,131 @@ bool Script::RunLine(const std::string& rawLine, int lineNumber) {
     fOut.Line("! script error at line " + std::to_string(lineNumber) + ": " +
               Printable(error.what()));
     for (const std::string& item : error.list) fOut.Line("  " + Printable(item));
+    return false;
   }
-  return true;
+}
+
+Script::Flow Script::RunOne(const std::string& line, int lineNumber) {
+  const std::string text = line.substr(line.find_first_not_of(" \t"));
+  // Quitting is the runner's business, not a command's: only the bare
+  // word ends the script. It is no statement of its own, so the session
+  // ends as its last statement left it, as at the end of input.
+  if (text == ":quit" || text == ":q") return Flow::Quit;
+  fLastFailed = false;
+  const unsigned long long failuresBefore = ModuleFailures();
+  fHost.SetEventLine(fOptions.echo ? 0 : lineNumber);
+  const bool ran = Attempt(lineNumber, [&] {
+    // What a newcomer types first: no statement, but the way to :help.
+    const bool help = text == "help" || text == "?" || text == ":help";
+    if (help && fOptions.interactive) ShowGuide(fOut);
+    if (help) return RunHostCommand(fHost, *this, "help");
+    if (FirstWord(text) == "end") throw ScriptError("end without a for block to close");
+    bool timed = false;
+    const std::string statement = WithoutTime(text, timed);
+    if (timed) {
+      if (statement.empty()) throw ScriptError(":time needs a statement to run");
+      if (statement[0] == ':') throw ScriptError(":time runs statements, not commands");
+      const auto start = Clock::now();
+      RunStatement(statement);
+      return ShowTime(MillisecondsSince(start));
+    }
+    if (text[0] != ':') return RunStatement(line);
+    RunHostCommand(fHost, *this, text.substr(1));
+  });
+  fHost.SetEventLine(0);
+  const bool moduleFailed = ModuleFailures() != failuresBefore;
+  if (ran && moduleFailed && fOptions.strict) {
+    ++fStrictFailures;
+    fLastFailed = true;
+  }
+  bool timed = false;
+  if (const std::string variable = LetTarget(WithoutTime(text, timed)); !variable.empty()) {
+    if (!ran || moduleFailed)
+      fFailedLets[variable] = lineNumber;
+    else
+      fFailedLets.erase(variable);
+  }
+  return ran ? Flow::Next : Flow::Stop;
+}
+
+Script::Flow Script::RunFor(const std::vector<Line>& lines, size_t begin, size_t end) {
+  const Line& head = lines[begin];
+  bool timed = false;
+  const std::string text = WithoutTime(head.text, timed);
+  ForHead loop;
+  const unsigned long long failuresBefore = ModuleFailures();
+  fHost.SetEventLine(fOptions.echo ? 0 : head.number);
+  const bool ready =
+      Attempt(lines[end].number, [&] { CheckEnd(lines[end].text); }) &&
+      Attempt(head.number, [&] { loop = EvaluateForHead(text, fHost, *this, fVariables); });
+  fHost.SetEventLine(0);
+  if (!ready) return Flow::Stop;
+  if (fOptions.strict && ModuleFailures() != failuresBefore) ++fStrictFailures;
+  const auto start = Clock::now();
+  for (unsigned long long round = 0;; ++round) {
+    Zentor::AutoRefPtr<Zentor::IVariant> value;
+    if (loop.vector) {
+      if (round >= loop.vector->GetSize()) break;
+      value = loop.vector->Get(round);
+      if (!value) value = MakeVariant();
+    } else {
+      const double number = loop.first + static_cast<double>(round);
+      if (number > loop.last) break;
+      value = MakeNumber(number);
+    }
+    fVariables[loop.variable] = value;
+    fFailedLets.erase(loop.variable);
+    if (const Flow flow = RunBody(lines, begin + 1, end); flow != Flow::Next) return flow;
+    // At the terminal, Ctrl-C stops a loop that runs longer than meant.
+    if (fOptions.interactive && TerminalSignals::TakeInterrupt()) {
+      ++fErrors;
+      fOut.Line("! for block at line " + std::to_string(head.number) + " stopped by Ctrl-C after " +
+                std::to_string(round + 1) + " rounds");
+      return Flow::Stop;
+    }
+  }
+  if (timed) ShowTime(MillisecondsSince(start));
+  return Flow::Next;
+}
+
+Script::Flow Script::RunBody(const std::vector<Line>& lines, size_t begin, size_t end) {
+  for (size_t at = begin; at < end;) {
+    Flow flow = Flow::Next;
+    if (OpensBlock(lines[at].text)) {
+      // Its end: the first line that leaves as many blocks open as before.
+      size_t close = at;
+      for (int depth = 0;; ++close) {
+        if (OpensBlock(lines[close].text))
+          ++depth;
+        else if (FirstWord(lines[close].text) == "end" && --depth == 0)
+          break;
+      }
+      flow = RunFor(lines, at, close);
+      at = close + 1;
+    } else {
+      flow = RunOne(lines[at].text, lines[at].number);
+      ++at;
+    }
+    if (flow != Flow::Next) return flow;
+  }
+  return Flow::Next;
+}
+
+void Script::ShowTime(double milliseconds) {
+  char text[64];
+  std::snprintf(text, sizeof text, "time: %.3f ms", milliseconds);
+  fOut.Line(text);
+}
+
+unsigned long long Script::ModuleFailures() const {
+  return fHost.Context().ErrorReports() + fCallFailures;
+}
+
+std::string Script::WhyUnset(const std::string& variable) const {
+  const auto failed = fFailedLets.find(variable);
+  return failed == fFailedLets.end()
+             ? std::string()
+             : "its let at line " + std::to_string(failed->second) + " failed";
 }
 
 std::vector<std::string> Script::FunctionNames() const {
@@ -90,8 +283,33 @@ std::vector<std::string> Script::CompletionWords() const {
 
 void Script::RunLines(LineReader& reader) {
   int number = 0;
-  while (const auto line = reader.ReadLine())
-    if (!RunLine(*line, ++number)) break;
+  // At the terminal, a statement whose string or bracket is still open,
+  // and the line it began on.
+  std::string open;
+  int openNumber = 0;
+  for (;;) {
+    reader.Continue(!open.empty() || fBlockDepth > 0);
+    const auto line = reader.ReadLine();
+    if (!line) break;
+    ++number;
+    if (reader.TakeAbandoned()) {
+      open.clear();
+      fBlock.clear();
+      fBlockDepth = 0;
+    }
+    const std::string text = open.empty() ? *line : open + "\n" + *line;
+    if (open.empty()) openNumber = number;
+    if (fOptions.interactive && LeavesOpen(text)) {
+      open = text;
+      continue;
+    }
+    open.clear();
+    if (!RunLine(text, openNumber)) return;
+  }
+  // Input ended inside a statement: it runs as it stands, and says what
+  // it lacks.
+  if (!open.empty()) RunLine(open, openNumber);
+  Finish();
 }
 
 void Script::RunStatement(const std::string& line) {
@@ -99,6 +317,9 @@ void Script::RunStatement(const std::string& line) {
   const ScriptValue& value = statement.value;
   if (statement.let)
     fVariables[*statement.let] = value.variant;
+  else if (statement.echo && value.variant && !value.variant->GetVector() &&
+           value.variant->GetType() == Zentor::kTypeString)
+    fOut.Line(value.variant->GetStdString());
   else if (value.nullResult)
     fOut.Line("no value (no result variant)");
   else if (value.untouchedPreset)
@@ -119,13 +340,16 @@ std::string Script::KindWord(Zentor::IVariant* value) {
 }
 
 void Script::ShowOutcome(const CallOutcome& outcome, const std::string& label) {
-  if (outcome.threw) fOut.Line("! exception from " + label + ": " + outcome.exception);
+  const std::string where = label + fHost.EventLine() + ": ";
+  if (outcome.threw) fOut.Line("! exception from " + where + outcome.exception);
   if (outcome.status != 0)
-    fOut.Line("! status " + FormatStatus(outcome.status) + " from " + label + ": " +
+    fOut.Line("! status " + FormatStatus(outcome.status) + " from " + where +
               DescribeStatus(outcome.status));
+  if (outcome.threw || outcome.status != 0) ++fCallFailures;
 }
 
-ScriptValue Script::CallByName(const std::string& name, Arguments& args) {
+ScriptValue Script::CallByName(const std::string& name, Arguments& args,
+                               const std::vector<std::string>& sources) {
   ScriptValue value;
   if (auto result = CallHostFunction(fHost, name, args)) {
     value.variant = std::move(*result);
@@ -139,7 +363,12 @@ ScriptValue Script::CallByName(const std::string& name, Arguments& args) {
     if (candidates.empty()) throw Unknown("function", name, FunctionNames());
     std::vector<std::vector<std::string>> declared;
     for (const auto& candidate : candidates) declared.push_back(candidate->params);
-    throw NoOverload(name, words, declared);
+    ScriptError error = NoOverload(name, words, declared);
+    // A variable without value is most often one whose let failed: say so.
+    for (size_t i = 0; i < words.size() && i < sources.size(); ++i)
+      if (const std::string why = WhyUnset(sources[i]); words[i] == "NOTHING" && !why.empty())
+        error.list.push_back(sources[i] + " has no value: " + why);
+    throw error;
   }
   if (!overload->entry)
     throw ScriptError("entry point " + overload->symbol + " of " + Signature(name, words) +

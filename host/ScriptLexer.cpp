@@ -92,12 +92,15 @@ class Lexer {
 
  private:
   Token NextToken() {
-    while (fPos < fLine.size() && std::isspace(static_cast<unsigned char>(fLine[fPos]))) ++fPos;
+    SkipBlanksAndComments();
     Token token;
     token.column = fPos + 1;
-    if (fPos >= fLine.size() || fLine[fPos] == '#') return token;
+    if (fPos >= fLine.size()) return token;
     const char c = fLine[fPos];
-    if (c == '"') {
+    if (AtRange()) {
+      fPos += 2;
+      token.kind = Tok::Range;
+    } else if (c == '"') {
       token.kind = Tok::String;
       token.text = StringBody();
     } else if (StartsNumber()) {
@@ -105,7 +108,7 @@ class Lexer {
       token.number = Number();
     } else if (IsIdentStart(c)) {
       const size_t start = fPos;
-      while (fPos < fLine.size() && IsIdentChar(fLine[fPos])) ++fPos;
+      while (fPos < fLine.size() && IsIdentChar(fLine[fPos]) && !AtRange()) ++fPos;
       token.kind = Tok::Ident;
       token.text = fLine.substr(start, fPos - start);
       // `data"..."` and `streamdata"..."`: a data literal, not a name.
@@ -125,6 +128,20 @@ class Lexer {
     }
     return token;
   }
+
+  // A comment ends at the end of its line, not of the text: a statement
+  // continued at the terminal goes on after it.
+  void SkipBlanksAndComments() {
+    for (;;) {
+      while (fPos < fLine.size() && std::isspace(static_cast<unsigned char>(fLine[fPos]))) ++fPos;
+      if (fPos >= fLine.size() || fLine[fPos] != '#') return;
+      const size_t lineEnd = fLine.find('\n', fPos);
+      fPos = lineEnd == std::string::npos ? fLine.size() : lineEnd;
+    }
+  }
+
+  // `..` between the bounds of a for loop; "1..3" reads as 1, `..`, 3.
+  bool AtRange() const { return fLine.compare(fPos, 2, "..") == 0; }
 
   // A digit, or a sign or point that a digit, point or signed special
   // ("-inf", "+nan") follows.
@@ -238,6 +255,7 @@ class Lexer {
     const size_t body = fPos;
     while (fPos < fLine.size()) {
       const char c = fLine[fPos];
+      if (AtRange()) break;
       if (IsDigit(c) || c == '.' || c == 'e' || c == 'E' ||
           ((c == '-' || c == '+') && (fLine[fPos - 1] == 'e' || fLine[fPos - 1] == 'E')))
         ++fPos;
@@ -252,7 +270,7 @@ class Lexer {
     } else if (result.ec != std::errc() || result.ptr != fLine.data() + fPos) {
       throw ScriptError("malformed number \"" + fLine.substr(start, fPos - start) + "\"");
     }
-    if (fPos < fLine.size() && IsIdentChar(fLine[fPos]))
+    if (fPos < fLine.size() && IsIdentChar(fLine[fPos]) && !AtRange())
       throw ScriptError("malformed number \"" + fLine.substr(start, fPos - start + 1) + "\"");
     return value;
   }
@@ -265,6 +283,31 @@ class Lexer {
 
 std::vector<Token> Lex(const std::string& line) {
   return Lexer(line).Run();
+}
+
+bool LeavesOpen(const std::string& text) {
+  int brackets = 0;
+  for (size_t i = 0; i < text.size(); ++i) {
+    const char c = text[i];
+    if (c == '#') {
+      i = text.find('\n', i);
+      if (i == std::string::npos) break;
+    } else if (c == '"') {
+      // To the closing quote; an escape takes the byte after it along.
+      for (++i;; ++i) {
+        if (i >= text.size()) return true;
+        if (text[i] == '\\')
+          ++i;
+        else if (text[i] == '"')
+          break;
+      }
+    } else if (c == '(' || c == '[') {
+      ++brackets;
+    } else if ((c == ')' || c == ']') && brackets > 0) {
+      --brackets;
+    }
+  }
+  return brackets > 0;
 }
 
 const char* TokenName(Tok kind) {
@@ -292,6 +335,8 @@ const char* TokenName(Tok kind) {
       return "','";
     case Tok::Equals:
       return "'='";
+    case Tok::Range:
+      return "'..'";
   }
   return "?";
 }

@@ -31,7 +31,8 @@ enum class Tok {
   LBracket,
   RBracket,
   Comma,
-  Equals
+  Equals,
+  Range  // `..`, between the bounds of a for loop
 };
 
 struct Token {
@@ -41,9 +42,16 @@ struct Token {
   size_t column = 0;  // 1-based
 };
 
-// The tokens of `line`, closed by one Tok::End token where the line or a
-// '#' comment begins. A malformed literal throws ScriptError.
+// The tokens of `line`, closed by one Tok::End token where the line ends.
+// A '#' comment runs to the end of its line: a statement continued over
+// several lines at the terminal goes on after it. A malformed literal
+// throws ScriptError.
 std::vector<Token> Lex(const std::string& line);
+
+// Whether `text` ends inside a string or data literal, or with a '(' or
+// '[' not yet closed: at the terminal, the statement then goes on on the
+// next line.
+bool LeavesOpen(const std::string& text);
 
 // How a message names a kind of token: "a number", "')'", "end of line".
 const char* TokenName(Tok kind);

@@ -1,5 +1,6 @@
 #include "ScriptParser.h"
 
+#include <cmath>
 #include <limits>
 #include <set>
 
@@ -9,8 +10,13 @@ namespace zhost {
 namespace {
 
 const std::set<std::string> kKeywords = {
-    "true",  "false", "nan", "inf", "nothing", "data",  "streamdata", "strings", "numbers",
-    "bools", "empty", "new", "raw", "let",     "print", "noresult",   "preset"};
+    "true",    "false",    "nan",    "inf",   "nothing", "data", "streamdata",
+    "strings", "numbers",  "bools",  "empty", "new",     "raw",  "let",
+    "print",   "noresult", "preset", "echo",  "for",     "in",   "end"};
+
+// 2^53: beyond it doubles skip whole numbers, and a loop would not count
+// one by one.
+constexpr double kLargestWholeNumber = 9007199254740992.0;
 
 struct VectorLiteral {
   const char* word;
@@ -36,20 +42,64 @@ class Parser {
     Statement statement;
     if (fTokens.PeekWord("let")) {
       fTokens.Next();
-      const Token name = fTokens.Expect(Tok::Ident, "a variable name");
-      if (kKeywords.count(name.text) || name.text.find('.') != std::string::npos)
-        throw ScriptError("\"" + name.text + "\" cannot name a variable");
+      statement.let = VariableName();
       fTokens.Expect(Tok::Equals, "'='");
-      statement.let = name.text;
     } else if (fTokens.PeekWord("print")) {
       fTokens.Next();
+    } else if (fTokens.PeekWord("echo")) {
+      fTokens.Next();
+      statement.echo = true;
     }
     statement.value = Expression();
     fTokens.ExpectEnd();
     return statement;
   }
 
+  ForHead For() {
+    ForHead head;
+    if (!fTokens.PeekWord("for")) throw Unexpected("for", fTokens.Peek());
+    fTokens.Next();
+    head.variable = VariableName();
+    if (!fTokens.PeekWord("in")) throw Unexpected("in", fTokens.Peek());
+    fTokens.Next();
+    const size_t column = fTokens.Peek().column;
+    const ScriptValue over = Expression();
+    Zentor::IVariant* value = over.variant.get();
+    if (fTokens.Accept(Tok::Range)) {
+      const size_t lastColumn = fTokens.Peek().column;
+      const ScriptValue last = Expression();
+      head.first = WholeNumber(value, column);
+      head.last = WholeNumber(last.variant.get(), lastColumn);
+    } else if (auto vector = value ? value->GetVector() : nullptr) {
+      head.vector = std::move(vector);
+    } else {
+      throw ScriptError("for needs A .. B or a vector after in; the value at column " +
+                        std::to_string(column) + " is neither");
+    }
+    fTokens.ExpectEnd();
+    return head;
+  }
+
  private:
+  // The name a `let` or a `for` sets.
+  std::string VariableName() {
+    const Token name = fTokens.Expect(Tok::Ident, "a variable name");
+    if (kKeywords.count(name.text) || name.text.find('.') != std::string::npos)
+      throw ScriptError("\"" + name.text + "\" cannot name a variable");
+    return name.text;
+  }
+
+  // A bound of a for range: a whole number, so that the loop counts the
+  // same on every system.
+  static double WholeNumber(Zentor::IVariant* value, size_t column) {
+    const bool number = value && !value->GetVector() && value->GetType() == Zentor::kTypeNumber;
+    const double x = number ? value->GetNumber() : 0;
+    if (!number || !(std::fabs(x) <= kLargestWholeNumber) || x != std::trunc(x))
+      throw ScriptError("the bound at column " + std::to_string(column) +
+                        " of a for range is not a whole number");
+    return x;
+  }
+
   ScriptValue Expression() {
     const Token token = fTokens.Next();
     switch (token.kind) {
@@ -71,11 +121,19 @@ class Parser {
     }
   }
 
-  Arguments ArgumentList() {
+  // The arguments of a call, and the variable each one was read from
+  // ("" for other expressions) when `sources` is given.
+  Arguments ArgumentList(std::vector<std::string>* sources = nullptr) {
     Arguments args;
     fTokens.Expect(Tok::LParen, "'('");
     if (fTokens.Accept(Tok::RParen)) return args;
     do {
+      if (sources) {
+        const bool variable = fTokens.Peek().kind == Tok::Ident &&
+                              fTokens.Peek(1).kind != Tok::LParen &&
+                              fVariables.count(fTokens.Peek().text);
+        sources->push_back(variable ? fTokens.Peek().text : std::string());
+      }
       args.push_back(Expression().variant);
     } while (fTokens.Accept(Tok::Comma));
     fTokens.Expect(Tok::RParen, "')' or ','");
@@ -96,14 +154,17 @@ class Parser {
     if (word == "new") return New();
     if (word == "raw") return Raw();
     if (fTokens.Peek().kind == Tok::LParen) {
-      auto args = ArgumentList();
-      return fCalls.CallByName(word, args);
+      std::vector<std::string> sources;
+      auto args = ArgumentList(&sources);
+      return fCalls.CallByName(word, args, sources);
     }
     if (kKeywords.count(word)) throw ScriptError("unexpected keyword " + word);
     const auto found = fVariables.find(word);
     if (found == fVariables.end()) {
       if (!fHost.OverloadsOf(word).empty())
         throw ScriptError(word + " is a function: call it as " + word + "(...)");
+      if (const std::string why = fCalls.WhyUnset(word); !why.empty())
+        throw ScriptError("unknown variable " + word + ": " + why);
       std::vector<std::string> names;
       for (const auto& [name, value] : fVariables) names.push_back(name);
       throw Unknown("variable", word, names);
@@ -196,6 +257,11 @@ class Parser {
 Statement EvaluateStatement(const std::string& line, Host& host, ScriptCalls& calls,
                             const Variables& variables) {
   return Parser(line, host, calls, variables).Line();
+}
+
+ForHead EvaluateForHead(const std::string& line, Host& host, ScriptCalls& calls,
+                        const Variables& variables) {
+  return Parser(line, host, calls, variables).For();
 }
 
 unsigned int VectorKind(const std::string& word) {

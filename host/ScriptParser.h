@@ -38,18 +38,25 @@ struct RawCall {
 class ScriptCalls {
  public:
   // `NAME(ARGS)`: the declared overload that the argument kinds choose, or
-  // one of the host's own functions.
-  virtual ScriptValue CallByName(const std::string& name, Arguments& args) = 0;
+  // one of the host's own functions. `sources` names the variable each
+  // argument was read from ("" for any other expression), so that a
+  // mistake can say where a missing value came from.
+  virtual ScriptValue CallByName(const std::string& name, Arguments& args,
+                                 const std::vector<std::string>& sources) = 0;
   virtual ScriptValue CallRaw(const RawCall& call) = 0;
+  // Why `variable` has no value, when a `let` of it failed ("its let at
+  // line 3 failed"); "" otherwise.
+  virtual std::string WhyUnset(const std::string& variable) const = 0;
 
  protected:
   ~ScriptCalls() = default;
 };
 
 // One statement, evaluated: `let NAME = VALUE` sets a variable, anything
-// else (`VALUE` or `print VALUE`) prints the value.
+// else (`VALUE`, `print VALUE` or `echo VALUE`) prints the value.
 struct Statement {
   std::optional<std::string> let;  // the variable it sets
+  bool echo = false;               // `echo`: a string's bytes as they are
   ScriptValue value;
 };
 
@@ -58,6 +65,20 @@ struct Statement {
 // Mistakes throw ScriptError.
 Statement EvaluateStatement(const std::string& line, Host& host, ScriptCalls& calls,
                             const Variables& variables);
+
+// The head of a for block, evaluated: the loop variable and what it runs
+// over, either the whole numbers `first` to `last` or the elements of a
+// vector.
+struct ForHead {
+  std::string variable;
+  double first = 0, last = -1;
+  Zentor::AutoRefPtr<Zentor::IVectorGeneric> vector;  // null for a range
+};
+
+// Reads and evaluates `for NAME in A .. B` or `for NAME in VECTOR` (the
+// block's first line, without any `:time` before it).
+ForHead EvaluateForHead(const std::string& line, Host& host, ScriptCalls& calls,
+                        const Variables& variables);
 
 // The words that start vector literals ("strings", "numbers", "bools") and
 // their element kinds: kTypeInvalid or null for any other.

@@ -19,7 +19,9 @@ const char kUsage[] =
     "  --module PATH   load another module (repeatable); a bare file name is\n"
     "                  looked for next to zentor first\n"
     "  --no-json       do not load libzentor_json.so\n"
-    "  --no-echo       do not echo script lines\n"
+    "  --no-echo       do not echo script lines (reports then name the line)\n"
+    "  --strict        a module's error report, an exception or a status from a\n"
+    "                  function fails the run (status 1), as a script mistake does\n"
     "  -c STATEMENT    run one statement (repeatable) instead of a script\n"
     "  --version       show the versions of zentor and of the modules it loads\n"
     "Without SCRIPT, reads statements from standard input, with a prompt when\n"
@@ -48,6 +50,7 @@ int main(int argc, char** argv) {
   std::vector<std::string> statements;
   bool loadJson = true;
   bool echo = true;
+  bool strict = false;
   bool version = false;
   std::string scriptPath;
   for (int i = 1; i < argc; ++i) {
@@ -58,6 +61,8 @@ int main(int argc, char** argv) {
       loadJson = false;
     } else if (arg == "--no-echo") {
       echo = false;
+    } else if (arg == "--strict") {
+      strict = true;
     } else if (arg == "-c" && i + 1 < argc) {
       statements.push_back(argv[++i]);
     } else if (arg == "--version") {
@@ -95,11 +100,20 @@ int main(int argc, char** argv) {
   bool failed = false;
   {
     const bool interactive = statements.empty() && scriptPath.empty() && zhost::IsTerminal(0);
-    zhost::Script script(host, echo && !interactive);
+    zhost::ScriptOptions options;
+    options.echo = echo && !interactive;
+    options.interactive = interactive;
+    options.strict = strict;
+    zhost::Script script(host, options);
     if (!statements.empty()) {
       int line = 0;
+      bool quit = false;
       for (const std::string& statement : statements)
-        if (!script.RunLine(statement, ++line)) break;
+        if (!script.RunLine(statement, ++line)) {
+          quit = true;
+          break;
+        }
+      if (!quit) script.Finish();
     } else if (!scriptPath.empty()) {
       std::ifstream file(scriptPath);
       if (!file) {
@@ -110,7 +124,7 @@ int main(int argc, char** argv) {
       script.RunLines(reader);
     } else if (interactive) {
       out.Line(std::string("zentor ") + ZENTOR_JSON_VERSION +
-               "; help lists the commands, Ctrl-D or :quit ends");
+               "; help shows how to write statements, Ctrl-D or :quit ends");
       const auto reader = zhost::MakeInteractiveReader("zentor> ", zhost::DefaultHistoryFile(),
                                                        [&] { return script.CompletionWords(); });
       script.RunLines(*reader);
@@ -120,7 +134,7 @@ int main(int argc, char** argv) {
     }
     // A session at the terminal is judged by how it ended, not by the
     // mistakes made and put right along the way; a script by all of them.
-    failed = interactive ? script.LastFailed() : script.Errors() > 0;
+    failed = interactive ? script.LastFailed() : script.Errors() > 0 || script.StrictFailures() > 0;
   }
   return failed || loadFailed ? 1 : 0;
 }
