@@ -219,7 +219,7 @@ Script::Flow Script::RunFor(const std::vector<Line>& lines, size_t begin, size_t
     if (fOptions.interactive && TerminalSignals::TakeInterrupt()) {
       ++fErrors;
       fOut.Line("! for block at line " + std::to_string(head.number) + " stopped by Ctrl-C after " +
-                std::to_string(round + 1) + " rounds");
+                std::to_string(round + 1) + (round == 0 ? " round" : " rounds"));
       return Flow::Stop;
     }
   }

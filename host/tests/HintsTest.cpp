@@ -111,5 +111,21 @@ TEST(Hints, CompletionExtendsAsFarAsTheChoicesAgree) {
   }
 }
 
+// A completed command gets the blank its argument needs; a name does not,
+// since what follows it may be "(" or ",".
+TEST(Hints, TabAddsABlankAfterACompletedCommand) {
+  const Names words = {":functions", ":function_x", ":help", ":quit", "JSON.Size", "JSON.Set"};
+  struct Case {
+    const char* typed;
+    const char* inserted;
+  } cases[] = {
+      {":fu", "nction"},  // two commands still possible: no blank yet
+      {":functions", " "}, {":function_", "x "}, {":h", "elp "},
+      {"JSON.Si", "ze"},   {"JSON.Se", "t"},     {"nothing", ""},
+  };
+  for (const Case& c : cases)
+    EXPECT_EQ(TabInsertion(Complete(c.typed, words)), c.inserted) << c.typed;
+}
+
 }  // namespace
 }  // namespace zhost

@@ -11,6 +11,7 @@
 #include "Host.h"
 #include "HostValues.h"
 #include "Script.h"
+#include "ScriptLexer.h"
 #include "Text.h"
 
 namespace zhost {
@@ -214,6 +215,68 @@ TEST_F(HostFixture, ScriptMistakesAreReportedNotFatal) {
     EXPECT_EQ(printed.rfind("! script error at line 1: ", 0), 0u) << printed;
     EXPECT_NE(printed.find(c.message), std::string::npos) << c.statement << " -> " << printed;
   }
+}
+
+// At the terminal a statement goes on while a string or a bracket is
+// open; a '#' inside a string starts no comment, and a comment hides the
+// brackets in it.
+TEST(ScriptText, LeavesOpen) {
+  struct Case {
+    const char* text;
+    bool open;
+  } cases[] = {
+      {"", false},
+      {"print 1", false},
+      {"f(1,", true},
+      {"f(numbers[1,", true},
+      {"f(numbers[1,\n2])", false},
+      {"f(1))", false},
+      {"\"abc", true},
+      {"\"a\\\"b", true},
+      {"\"a\\\\\"", false},
+      {"\"a\\", true},
+      {"data\"81", true},
+      {"\"#\"", false},
+      {"f( # (", true},
+      {"f( # )", true},
+      {"f( # x\n)", false},
+      {"# \"", false},
+  };
+  for (const Case& c : cases) EXPECT_EQ(LeavesOpen(c.text), c.open) << c.text;
+}
+
+TEST(ScriptText, RangesAndCommentsToTheLineEnd) {
+  auto kinds = [](const std::string& line) {
+    std::string shown;
+    for (const Token& token : Lex(line)) shown += std::string(TokenName(token.kind)) + " ";
+    return shown;
+  };
+  EXPECT_EQ(kinds("1..3"), "a number '..' a number end of line ");
+  EXPECT_EQ(kinds("a .. b.c"), "a name '..' a name end of line ");
+  EXPECT_EQ(kinds("x..y"), "a name '..' a name end of line ");
+  EXPECT_EQ(kinds("-1 .. .5"), "a number '..' a number end of line ");
+  EXPECT_EQ(kinds("f(1, # one\n2) # done"), "a name '(' a number ',' a number ')' end of line ");
+  EXPECT_EQ(Lex("0..1.5")[2].number, 1.5);
+}
+
+TEST_F(HostFixture, ConcatJoinsStringsAndNumbers) {
+  struct Case {
+    const char* statement;
+    const char* printed;
+  } cases[] = {
+      {"Host.Concat(\"statuses/\", 3, \"/user\")", "\"statuses/3/user\"\n"},
+      {"Host.Concat(1e20, \" \", -5, \" \", -0, \" \", 9007199254740993)",
+       "\"100000000000000000000 -5 -0 9007199254740992\"\n"},
+      {"Host.Concat(2.5, \" \", 0.1, \" \", 1e-7, \" \", nan, \" \", -inf)",
+       "\"2.5 0.1 1e-07 nan -inf\"\n"},
+      {"Host.Concat()", "\"\"\n"},
+      {"Host.Concat(\"a\\x00b\", \"\\xff\")", "\"a\\0b\\xff\"\n"},
+      {"Host.Concat(1, true)",
+       "! script error at line 1: Host.Concat: argument 2 must be a string or a number\n"},
+      {"Host.Concat(numbers[1])",
+       "! script error at line 1: Host.Concat: argument 1 must be a string or a number\n"},
+  };
+  for (const Case& c : cases) EXPECT_EQ(Run(c.statement), c.printed) << c.statement;
 }
 
 TEST_F(HostFixture, ContextErrorStateAndTextProtocol) {

@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
 # Drives an interactive zentor session in a real terminal through tmux, as
 # a person would type: Ctrl-C abandons a line and keeps the variables, a
-# misspelled function gets a suggestion, Ctrl-D ends with the status of
-# the last statement. With line editing built in, also the up arrow, the
-# history a second session finds, and Tab.
+# misspelled function gets a suggestion, Ctrl-D and :quit end with the
+# status of the last statement, an open bracket, string or for block goes
+# on after the continuation prompt. With line editing built in, also the
+# up arrow, the history a second session finds, and Tab.
 #
 #   terminal_session.sh ZENTOR
 #
@@ -155,5 +156,55 @@ if [ "$editor" = libedit ]; then
   keys C-d
   wait_end 1
 fi
+
+echo "a line that leaves a bracket or a string open goes on after the continuation prompt"
+start
+prompt_count=1
+wait_for "the first prompt of the third session" prompts 1
+# Types a line that leaves the statement open.
+more() {
+  type_text "$1"
+  keys Enter
+  wait_for "the continuation prompt after: $1" line_is "....>"
+}
+more "let v = numbers[1,"
+enter "  2]"
+enter "print v"
+wait_for "the vector, read from two lines" has_line "numbers[1,2]"
+more "let s = \"a"
+enter "b\""
+enter "s"
+wait_for "the string, with the line break in it" has_line '"a\nb"'
+
+echo "a for block runs once its end is typed"
+more "for i in 1 .. 2"
+more "echo Host.Concat(\"round \", i)"
+enter "end"
+wait_for "both rounds" has_line "round 2"
+
+echo "Ctrl-C on a continuation line abandons the whole statement"
+more "let w = strings[\"a\","
+keys C-c
+prompt_count=$((prompt_count + 1))
+wait_for "a fresh prompt after Ctrl-C" prompts "$prompt_count"
+wait_for "^C on the continuation line" has_line "....> ^C"
+enter "print w"
+wait_for "w was never set" has_line "! script error at line 11: unknown variable w"
+
+if [ "$editor" = libedit ]; then
+  echo "Tab completes a command with the blank its argument needs"
+  type_text ":fu"
+  keys Tab
+  type_text "Test.Status"
+  enter ""
+  wait_for "the overloads of Test.Status" has_line \
+    "Test.Status (NUMBER) -> NUMBER : zentor_testmod_Status [zentor_testmod]"
+fi
+
+echo ":quit after a failed last statement ends with status 1, as Ctrl-D does"
+enter "nope"
+type_text ":quit"
+keys Enter
+wait_end 1
 
 echo "terminal session: all checks passed"
