@@ -17,7 +17,8 @@ JSON.HasMember(doc, "name")
 JSON.GetAsString(doc, "name")
 JSON.GetAsBool(doc, "stable")
 JSON.GetAsNumberVector(doc, "version")
-# A number read from text is written back exactly as it was written...
+# A number read from text is mostly written back as it was written (the
+# exceptions: "What does not come back as it went in" in docs/functions.md)...
 JSON.Get(doc, "ratio")
 # ...until something reads it as a number; from then on its value is written.
 JSON.AsDouble(JSON.Get(doc, "ratio"))
@@ -37,3 +38,6 @@ JSON.Equals(JSON.FromMsgPack(packed), doc)
 # A parse error names the zero-based line and what went wrong.
 JSON.FromString("{\n  \"a\": 1,\n  \"b\": tru\n}")
 JSON.IsValid("[1, 2,]")
+
+# Your own files: Host.ReadFile reads one into a string, Host.WriteFile
+# writes one, and for blocks walk what is in it (examples/orders.zs).
