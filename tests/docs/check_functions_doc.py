@@ -16,6 +16,7 @@ sources, so the reference is held to what a script really sees. Scripts run
 from files, never through a terminal, so the host's interactive mode plays
 no part.
 """
+import concurrent.futures
 import difflib
 import os
 import re
@@ -159,6 +160,7 @@ def check_examples(zentor, declared, lines, doc_name):
         problems.append(f"{doc_name}: no ```zentor example blocks")
     called = set()
     with tempfile.TemporaryDirectory() as scratch:
+        runs = []
         for start, body in blocks:
             if body is None:
                 problems.append(f"{doc_name}:{start}: example block is not closed")
@@ -171,7 +173,12 @@ def check_examples(zentor, declared, lines, doc_name):
             script = os.path.join(scratch, f"example_{start}.zs")
             with open(script, "w", encoding="utf-8") as f:
                 f.write("\n".join(statements) + "\n")
-            status, actual = run_host(zentor, [script])
+            runs.append((start, body, script))
+        # Each block runs in a host of its own; under an emulator most of
+        # that time is the emulator starting, so several run at once.
+        with concurrent.futures.ThreadPoolExecutor(max_workers=os.cpu_count() or 2) as pool:
+            results = list(pool.map(lambda run: run_host(zentor, [run[2]]), runs))
+        for (start, body, _), (status, actual) in zip(runs, results):
             expected = "\n".join(body) + "\n"
             if status != 0:
                 problems.append(f"{doc_name}:{start}: example ends with host status {status}:\n"
