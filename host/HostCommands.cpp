@@ -303,16 +303,16 @@ void ShowGuide(Output& out) {
   };
   for (const auto& statement : statements)
     HelpLine(out, std::string("  ") + statement[0], statement[1]);
-  out.Line(
-      "Values: \"text\", 2.5, true, numbers[1,2], strings[\"a\"], data\"81a161\", NAME, FUNC(ARG, "
-      "...)");
-  out.Line("  let d = JSON.FromString(\"{\\\"a\\\":[1,2]}\")    JSON.SubNode(d, \"a/1\")");
-  out.Line("  let text = Host.ReadFile(\"data.json\")    echo ToFormattedString(d, \"  \")");
-  out.Line("A string or bracket left open goes on on the next line (....>).");
-  out.Line("Functions: :functions lists them all, :functions JSON.Set one; Tab completes names.");
-  out.Line(
-      "More: docs/script-language.md (this language), docs/functions.md (every JSON function).");
-  out.Line("Commands:");
+  const char* const lines[] = {
+      "Values: \"text\", 2.5, true, numbers[1,2], strings[\"a\"], data\"81a1\", F(X, ...)",
+      "  let d = JSON.FromString(Host.ReadFile(\"data.json\"))",
+      "  echo ToFormattedString(JSON.SubNode(d, \"items/0\"), \"  \")",
+      "A string or bracket left open continues on the next line (....>).",
+      "Functions: :functions lists them, :functions JSON.Set one; Tab completes names.",
+      "Read on: docs/script-language.md, docs/functions.md (every JSON function).",
+      "Commands:",
+  };
+  for (const char* line : lines) out.Line(line);
 }
 
 }  // namespace zhost
