@@ -136,15 +136,26 @@ Variant ReadFile(const HostCall& call) {
   };
   std::FILE* file = OpenFile(path, "rb");
   if (!file) throw failed();
+  // Read straight into the string, sized to the file when the system tells
+  // the size; anything else (a pipe) grows it as it comes.
   std::string bytes;
-  char buffer[65536];
-  size_t got = 0;
-  while ((got = std::fread(buffer, 1, sizeof buffer, file)) > 0) bytes.append(buffer, got);
+  if (std::fseek(file, 0, SEEK_END) == 0) {
+    if (const long size = std::ftell(file); size > 0) bytes.resize(static_cast<size_t>(size));
+    std::rewind(file);
+  }
+  size_t filled = 0;
+  for (;;) {
+    if (filled == bytes.size()) bytes.resize(std::max<size_t>(65536, bytes.size() * 2));
+    const size_t got = std::fread(bytes.data() + filled, 1, bytes.size() - filled, file);
+    filled += got;
+    if (got == 0) break;
+  }
+  bytes.resize(filled);
   const bool broken = std::ferror(file) != 0;
   const ScriptError error = failed();  // before fclose changes errno
   std::fclose(file);
   if (broken) throw error;
-  return MakeString(bytes);
+  return MakeString(std::move(bytes));
 }
 
 // Writes a STRING's or a DATAREF's bytes as they are; the value is the

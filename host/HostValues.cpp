@@ -66,6 +66,11 @@ void HostVariant::Interface_AssignString(const char* text, unsigned long long si
   fString = std::move(value);
 }
 
+void HostVariant::TakeString(std::string&& text) {
+  Become(Zentor::kTypeString);
+  fString = std::move(text);
+}
+
 void HostVariant::Interface_AssignBoolean(bool value) {
   Become(Zentor::kTypeBoolean);
   fBoolean = value;
@@ -159,6 +164,12 @@ Zentor::AutoRefPtr<HostVariant> MakeVariant() {
 Zentor::AutoRefPtr<HostVariant> MakeString(const std::string& text) {
   auto variant = MakeVariant();
   variant->AssignString(text);
+  return variant;
+}
+
+Zentor::AutoRefPtr<HostVariant> MakeString(std::string&& text) {
+  auto variant = MakeVariant();
+  variant->TakeString(std::move(text));
   return variant;
 }
 

@@ -47,6 +47,8 @@ class HostVariant final : public Zentor::InterfaceImpl<Zentor::IVariant> {
   void SetEmptyUserDefined(unsigned int typeId);
   // Builds a data variant without a data object.
   void SetNullData();
+  // Becomes a string that takes `text` over.
+  void TakeString(std::string&& text);
   unsigned long long AssignmentCount() const { return fAssignments; }
   // The string bytes as stored (also for other kinds: empty).
   const std::string& StringValue() const { return fString; }
@@ -154,6 +156,8 @@ Zentor::IVectorGeneric* NewVector(unsigned int elementKind);
 // New variants, owned by the returned pointer.
 Zentor::AutoRefPtr<HostVariant> MakeVariant();
 Zentor::AutoRefPtr<HostVariant> MakeString(const std::string& text);
+// The same, taking the bytes over without a copy (a file's whole text).
+Zentor::AutoRefPtr<HostVariant> MakeString(std::string&& text);
 Zentor::AutoRefPtr<HostVariant> MakeNumber(double value);
 Zentor::AutoRefPtr<HostVariant> MakeBoolean(bool value);
 // A new variant with the same kind and value as `value` (sharing its
