@@ -16,7 +16,9 @@
 //   document, which starts a new object): the view moves onto a new
 //   document, and the value or document it came from stays as it was.
 // Take a const view (Serialize<const IJSON>) to read an argument: then no
-// call that changes anything compiles.
+// call that changes anything compiles. The views of nodes that a const view
+// hands out (Get, At, FindNodePath, ElementMatching*) are not const, yet
+// they are the caller's nodes too: hold them as AutoRefPtr<const IJSON>.
 //
 // Conventions of the slots:
 // - keys and texts are NUL-terminated UTF-8; booleans cross as unsigned char

@@ -301,7 +301,7 @@ EXAMPLE_FUNCTION(zentor_example_Pick) {
   std::string path;
   if (unsigned int status = ReadArgument(argc, args, 0, context, doc)) return status;
   if (unsigned int status = StringArgument(argc, args, 1, path)) return status;
-  AutoRefPtr<IJSON> node = doc->FindNodePath(path);
+  AutoRefPtr<const IJSON> node = doc->FindNodePath(path);
   if (!node) {
     Report(context, Zentor::ErrorSeverity::Warning,
            "Example.Pick found nothing at \"" + path + "\": " + doc->GetErrorMessage());

@@ -320,7 +320,7 @@ TEST_F(Author, TypedReadsConvert) {
   EXPECT_TRUE(doc->GetDouble("u", real));
   EXPECT_EQ(real, 18446744073709551615.0);
   // Has on an array asks for an element with that text.
-  const AutoRefPtr<IJSON> list = doc->Get("l");
+  const AutoRefPtr<const IJSON> list = doc->Get("l");
   EXPECT_TRUE(list->Has("x") && list->Has("1") && list->Has("true"));
   EXPECT_FALSE(list->Has("2"));
 }
