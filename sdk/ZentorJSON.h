@@ -29,9 +29,10 @@
 //   caller needs (text length + 1); the exact copy rule differs per slot and
 //   is noted there; the non-virtual calls hide it behind std::string;
 // - almost every call first clears the status of the view it is made
-//   through (ForEach, GetErrorStatus and GetErrorMessage do not); each call
-//   below says which of its failures set a status. A failure that sets none
-//   leaves the status clear, so test the result, not only the status.
+//   through (ForEach, Clone, GetErrorStatus and GetErrorMessage do not);
+//   each call below says which of its failures set a status. A failure
+//   that sets none leaves the status clear, so test the result, not only
+//   the status.
 #pragma once
 
 #include <concepts>
@@ -42,6 +43,14 @@
 #include "Zentor.h"
 
 namespace Zentor {
+
+// What IJSON::ForEach takes: any callable, capturing lambdas included, that
+// it can call with a member's key and view and whose result converts to
+// bool.
+template <class Visit>
+concept JSONMemberVisitor = requires(Visit& visit, const char* key, const IJSON* value) {
+  { visit(key, value) } -> std::convertible_to<bool>;
+};
 
 class IJSON : public IObject {
  public:
@@ -87,8 +96,8 @@ class IJSON : public IObject {
   bool Equals(const IJSON* other) const { return Interface_Equals(other); }
 
   // Compact text when `indent` is empty, else indented by it. Numbers read
-  // from text are written as read until something reads them as numbers
-  // (then in their own form, e.g. 12.50 as 12.5); reals set by a module are
+  // from text are mostly written as read (12.50 stays 12.50) until
+  // something reads them as numbers (then 12.5); reals set by a module are
   // written with at most six decimals (0.1 + 0.2 as 0.3, 1e-7 as 0.0), NaN
   // and infinities as nan and inf, which are no JSON. No status.
   bool ToString(std::string& out, const std::string& indent = std::string()) const {
@@ -125,8 +134,7 @@ class IJSON : public IObject {
 
   // A view of the node at `path` ("a/0/b": member names and array indices
   // split at "/", one leading "/" ignored, no escapes; "" is this node), or
-  // empty. Not found: a warning ("Couldn't find JSON node, ..."); no status
-  // for a view without a document.
+  // empty. Not found: a warning ("Couldn't find JSON node, ...").
   AutoRefPtr<IJSON> FindNodePath(const char* path) const {
     return AutoRefPtr<IJSON>(Interface_FindNodePath(path));
   }
@@ -156,8 +164,7 @@ class IJSON : public IObject {
 
   // Members of an object, elements of an array; 0 for anything else.
   unsigned long long Size() const { return Interface_Size(); }
-  // True for null, "", {} and [] (and a view without a document); false for
-  // numbers and booleans.
+  // True for null, "", {} and []; false for numbers and booleans.
   bool Empty() const { return Interface_Empty(); }
   bool IsNull() const { return Interface_IsNull(); }
   bool IsBool() const { return Interface_IsBool(); }
@@ -213,8 +220,8 @@ class IJSON : public IObject {
   // '<key>'. Type is <type> but should be Object."), when the member is
   // missing (the warning "Could not find member '<key>'") or when it does not
   // convert (the warning "Member '<key>' is no <double, integer, 32 bit
-  // integer, ...>"). A view without a document, or a null key, fails without
-  // a status. On failure `out` is left alone or set to 0: test the result.
+  // integer, ...>"). A null key fails without a status. On failure `out` is
+  // left alone or set to 0: test the result.
 
   // The member's text, as AsString reads it: a string's text, any other
   // member in its compact JSON form ("null" for null). The not-found warning
@@ -364,10 +371,8 @@ class IJSON : public IObject {
   // lambdas included, whose result converts to bool. An exception from it
   // stops the walk and is thrown again once the walk is over. False when
   // `visit` stopped the walk or the view is neither object nor array.
-  template <class Visit>
-  requires std::invocable<Visit&, const char*, const IJSON*> &&
-      std::convertible_to < std::invoke_result_t<Visit&, const char*, const IJSON*>,
-  bool > bool ForEach(Visit&& visit) const {
+  template <JSONMemberVisitor Visit>
+  bool ForEach(Visit&& visit) const {
     struct Walk {
       std::remove_reference_t<Visit>* visit;
       std::exception_ptr failure;

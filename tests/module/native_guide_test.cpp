@@ -227,9 +227,10 @@ TEST_F(Author, StoresCopyOrShareAndChildViewsAreLive) {
   EXPECT_EQ(Script(value),
             R"({"list":[{"n":1,"m":2,"match":1,"walked":true},)"
             R"({"n":1,"at":1,"path":1,"walked":true}],"o":{"get":1},"copy":{"n":1}})");
+  const AutoRefPtr<IJSON> held = doc->Get("o");
   const AutoRefPtr<IJSON> removed = doc->RemoveKey("o");
   EXPECT_TRUE(removed->SetInt("later", 1));
-  EXPECT_EQ(removed->ToString(), R"({"get":1,"later":1})");
+  EXPECT_EQ(held->ToString(), R"({"get":1,"later":1})");
   EXPECT_FALSE(doc->Has("o"));
   // A clone shares nothing.
   const AutoRefPtr<IJSON> clone = doc->Clone();
@@ -283,10 +284,15 @@ TEST_F(Author, FailuresWithAndWithoutAStatus) {
     EXPECT_EQ(doc->GetErrorStatus(), c.status) << c.what;
     EXPECT_EQ(doc->GetErrorMessage().substr(0, c.message.size()), c.message) << c.what;
   }
-  // A clone starts with the status of the view it was made from.
-  const AutoRefPtr<IJSON> doc = View(FromString("[]"));
+  // Each view has a status of its own; a clone starts with the status of
+  // the view it was made from and leaves that one as it was.
+  const Value value = FromString("[]");
+  const AutoRefPtr<IJSON> doc = View(value);
+  const AutoRefPtr<IJSON> other = View(value);
   EXPECT_FALSE(doc->Get("x"));
+  EXPECT_EQ(other->GetErrorStatus(), IJSON::kStatusNone);
   EXPECT_EQ(doc->Clone()->GetErrorStatus(), IJSON::kStatusError);
+  EXPECT_EQ(doc->GetErrorStatus(), IJSON::kStatusError);
 }
 
 TEST_F(Author, TypedReadsConvert) {
@@ -308,6 +314,8 @@ TEST_F(Author, TypedReadsConvert) {
   for (const auto& [key, expected] : std::vector<std::pair<const char*, const char*>>{
            {"n", "null"}, {"o", R"({"a":[1]})"}, {"i", "3"}, {"s", "12abc"}}) {
     EXPECT_TRUE(doc->GetString(key, text)) << key;
+    EXPECT_EQ(text, expected);
+    EXPECT_TRUE(doc->Get(key)->AsString(text)) << key;
     EXPECT_EQ(text, expected);
   }
   // Is* test the kind exactly; large unsigned integers are Int64 but read
@@ -407,6 +415,10 @@ TEST_F(Author, SetStringOfAStdStringKeepsZeroBytes) {
     EXPECT_EQ(withZero->ToString(), blanked->ToString()) << c.doc;
   }
 }
+
+static_assert(Zentor::JSONMemberVisitor<int (*)(const char*, const IJSON*)>);
+static_assert(!Zentor::JSONMemberVisitor<void (*)(const char*, const IJSON*)>);
+static_assert(!Zentor::JSONMemberVisitor<bool (*)(const char*)>);
 
 TEST_F(Author, ForEachTakesAnyCallable) {
   const AutoRefPtr<const IJSON> doc = ReadView(FromString(R"({"b":1,"a":2,"c":3})"));
