@@ -33,8 +33,7 @@ class Gadget final : public Zentor::CustomType<Gadget> {
 
 }  // namespace
 
-ZENTOR_EXPORT Zentor::IUserDefinedType* zentor_baddef_CreateGadget(unsigned int typeId,
-                                                                   IContext*) {
+ZENTOR_EXPORT Zentor::IUserDefinedType* zentor_baddef_CreateGadget(unsigned int typeId, IContext*) {
   return new Gadget(typeId);
 }
 
