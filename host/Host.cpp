@@ -285,6 +285,15 @@ bool Host::Load(const std::string& location, std::string& error) {
   module->parsed = ParseDefinition(module->definition);
   for (const std::string& problem : module->parsed.errors)
     fOut.Line("! load: " + module->name + ": definition " + problem);
+  // What a stricter host would refuse, so that an author sees it here first.
+  // Type words may name the module's own types or any registered before.
+  const auto isTypeName = [&](const std::string& name) {
+    return FindType(name) != Zentor::kTypeInvalid ||
+           std::any_of(module->parsed.types.begin(), module->parsed.types.end(),
+                       [&](const TypeDeclaration& type) { return type.name == name; });
+  };
+  for (const std::string& problem : CheckDefinition(module->definition, module->parsed, isTypeName))
+    fOut.Line("! load: " + module->name + ": " + Printable(problem));
   module->info.reset(new HostModuleInfo(fOut, module->name, module->metadata[0].value, path));
 
   std::lock_guard<std::mutex> lock(fMutex);

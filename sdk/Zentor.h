@@ -337,11 +337,17 @@ class IUserDefinedType : public IObject {
   }
   unsigned int GetType() const { return Interface_GetType(); }
   bool LessThan(const IUserDefinedType* other) const { return Interface_LessThan(other); }
+  // Takes the value from `json`. The JSON module's type takes a deep copy of
+  // the document, except of an object with the string member "type" equal
+  // to "JSON" (the envelope {"type":"JSON","value":...}), of which it takes
+  // the member "value" alone.
   bool Deserialize(const IJSON* json, IContext* context = nullptr) {
     return Interface_Deserialize(json, context);
   }
-  // A JSON view of the value (+1). IJSON is declared in ZentorJSON.h, which
-  // a caller includes to use the result; the template waits for it.
+  // A JSON view of the value (+1); Serialize<const IJSON> gives a read-only
+  // one. The JSON module's type gives a view of the value's document itself,
+  // not of a copy. IJSON is declared in ZentorJSON.h, which a caller
+  // includes to use the result; the template waits for it.
   template <class JSON = IJSON>
   AutoRefPtr<JSON> Serialize(IContext* context = nullptr) const {
     return AutoRefPtr<JSON>(Interface_Serialize(context));

@@ -85,6 +85,60 @@ TEST(Definition, ReportsGarbageAndResynchronises) {
   }
 }
 
+TEST(Definition, ChecksTheWrittenForm) {
+  // "Own" stands for a type registered before the module or by it.
+  const auto isTypeName = [](const std::string& name) { return name == "Own"; };
+  const std::string fn = " CONST_FUNCTION STRING F (STRING) : f";
+  struct Case {
+    std::string text;
+    std::vector<std::string> warnings;
+  } cases[] = {
+      {"", {}},
+      {fn + fn + " TYPE Own : make : THREADSAFE", {}},
+      {" CONST_FUNCTION Own F () : f CONST_FUNCTION VECTOR<BOOLEAN> G (Own,DATAREF) : g", {}},
+      {fn.substr(1),
+       {"declaration \"CONST_FUNCTION STRING F (STRING) : f\": not introduced by "
+        "exactly one blank"}},
+      {fn + "\n" + fn.substr(1) + " ",
+       {"declaration \"CONST_FUNCTION STRING F (STRING) : f\": not introduced by exactly one "
+        "blank",
+        "blanks after the last declaration"}},
+      {" PROCEDURE STRING F (STRING) : f",
+       {"declaration \"PROCEDURE STRING F (STRING) : f\": kind \"PROCEDURE\" is read as "
+        "CONST_FUNCTION, the one kind modules declare"}},
+      {" CONST_FUNCTION VECTOR<JSON> 1F (,Other, STRING) : f()",
+       {"declaration \"CONST_FUNCTION VECTOR<JSON> 1F (,Other, STRING) : f()\": result "
+        "\"VECTOR<JSON>\" is no type word: neither built in nor a type registered before (or "
+        "by) the module",
+        "declaration \"CONST_FUNCTION VECTOR<JSON> 1F (,Other, STRING) : f()\": script name "
+        "\"1F\" cannot be called by scripts",
+        "declaration \"CONST_FUNCTION VECTOR<JSON> 1F (,Other, STRING) : f()\": parameter 1 is "
+        "an empty word",
+        "declaration \"CONST_FUNCTION VECTOR<JSON> 1F (,Other, STRING) : f()\": parameter 2 "
+        "\"Other\" is no type word: neither built in nor a type registered before (or by) the "
+        "module",
+        "declaration \"CONST_FUNCTION VECTOR<JSON> 1F (,Other, STRING) : f()\": parameter 3 \" "
+        "STRING\" holds a blank",
+        "declaration \"CONST_FUNCTION VECTOR<JSON> 1F (,Other, STRING) : f()\": symbol \"f()\" is "
+        "no C name"}},
+      {" TYPE 9x : new-x :",
+       {"declaration \"TYPE 9x : new-x :\": type name \"9x\" is no C name",
+        "declaration \"TYPE 9x : new-x :\": factory \"new-x\" is no C name",
+        "declaration \"TYPE 9x : new-x :\": no flags after the factory"}},
+      {" TYPE T:make:FLAG CONST_FUNCTION STRING F(STRING) :f",
+       {"declaration \"TYPE T:make:FLAG\": blanks differ from \"TYPE T : make : FLAG\"",
+        "declaration \"CONST_FUNCTION STRING F(STRING) :f\": blanks differ from "
+        "\"CONST_FUNCTION STRING F (STRING) : f\""}},
+      // Unreadable pieces are errors of their own; the blanks around them
+      // are not judged.
+      {"  BOGUS" + fn, {}},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.text);
+    EXPECT_EQ(CheckDefinition(c.text, ParseDefinition(c.text), isTypeName), c.warnings);
+  }
+}
+
 TEST(Values, VariantKindsAndAccessorsOfOtherKinds) {
   auto variant = MakeVariant();
   EXPECT_EQ(variant->GetType(), Zentor::kTypeInvalid);

@@ -755,6 +755,37 @@ TEST(Wrapper, ForEachOverloads) {
   EXPECT_NE(summary.message.find("Item '20' has error 'e18'"), std::string::npos);
 }
 
+// Another implementation's document is refused wherever one is taken; only
+// SetJSON reports why.
+TEST(Wrapper, ForeignDocumentsAreRefused) {
+  const AutoRefPtr<IJSON> foreign = ForeignIJSON::Make();
+  AutoRefPtr<JSONWrapper> object = Doc("{}");
+  AutoRefPtr<JSONWrapper> array = Doc("[1]");
+  struct Case {
+    const char* what;
+    JSONWrapper* target;
+    std::function<bool()> call;
+    IJSON::Status status;
+  };
+  const Case cases[] = {
+      {"SetJSON", object.get(), [&] { return object->SetJSON("k", foreign.get()); },
+       IJSON::kStatusError},
+      {"PushBackJSON", array.get(), [&] { return array->PushBackJSON(foreign.get()); },
+       IJSON::kStatusNone},
+      {"ReplaceIndex", array.get(), [&] { return array->ReplaceIndex(0, foreign.get()); },
+       IJSON::kStatusNone},
+      {"Equals", array.get(), [&] { return array->Equals(foreign.get()); }, IJSON::kStatusNone},
+      {"LessThan", array.get(), [&] { return array->LessThan(foreign.get()); }, IJSON::kStatusNone},
+  };
+  for (const Case& c : cases) {
+    EXPECT_FALSE(c.call()) << c.what;
+    EXPECT_EQ(c.target->GetErrorStatus(), c.status) << c.what;
+  }
+  EXPECT_EQ(object->GetErrorMessage(), "Can't set key/value pair into JSON");
+  EXPECT_EQ(Text(*object), "{}");
+  EXPECT_EQ(Text(*array), "[1]");
+}
+
 TEST(Wrapper, CompiledObjectRoots) {
   JsonCompiledObjectContext keys;
   keys.AddKey("x", 0, nullptr);
