@@ -71,9 +71,14 @@ Arena* Arena::Create(size_t expectedBytes) {
   return arena;
 }
 
-void* Arena::NewBlock(size_t bytes, bool pages) {
-  void* memory =
-      pages ? ::operator new(bytes, std::align_val_t(kPageBytes)) : ::operator new(bytes);
+// Blocks are sized to their class (see pool::BlockClassBytes), so that a
+// block kept from a dead arena serves the next arena that asks for its
+// class; `bytes` is rounded up and the block's size returned in it.
+void* Arena::NewBlock(size_t& bytes, bool pages) {
+  bytes = pool::BlockClassBytes(bytes);
+  void* memory = pool::TakeKeptBlock(bytes, pages);
+  if (!memory)
+    memory = pages ? ::operator new(bytes, std::align_val_t(kPageBytes)) : ::operator new(bytes);
   char* start = static_cast<char*>(memory);
   Block* block;
   if (pages) {
@@ -94,7 +99,7 @@ void* Arena::NewBlock(size_t bytes, bool pages) {
 void Arena::NextNodePage() {
   char* page = fPageEnd;
   if (!page || page == fChunkEnd) {
-    const size_t bytes = fNextNodeChunk;
+    size_t bytes = fNextNodeChunk;
     fNextNodeChunk = std::min(bytes * 2, kMaxChunkBytes);
     char* chunk = static_cast<char*>(NewBlock(bytes, true));
     fChunkEnd = chunk + bytes;
@@ -111,7 +116,8 @@ void Arena::NextNodePage() {
 void* Arena::DataSlow(size_t bytes) {
   const size_t header = RoundUp(sizeof(Block), 8);
   if (bytes > kMaxChunkBytes / 4) {
-    char* block = static_cast<char*>(NewBlock(header + bytes, false));
+    size_t blockBytes = header + bytes;
+    char* block = static_cast<char*>(NewBlock(blockBytes, false));
     return block + header;
   }
   size_t chunkBytes = fNextDataChunk;
@@ -145,17 +151,18 @@ void Arena::Free() noexcept {
   Block* block = fBlocks;
   while (block) {
     Block* next = block->next;
-    if (block->pages) {
-      char* start = reinterpret_cast<char*>(block) - sizeof(Arena*);
+    const bool pages = block->pages;
+    const size_t bytes = block->bytes;
+    void* start =
+        pages ? reinterpret_cast<char*>(block) - sizeof(Arena*) : static_cast<void*>(block);
 #if defined(MJSON_POISON)
-      ASAN_UNPOISON_MEMORY_REGION(start, block->bytes);
+    ASAN_UNPOISON_MEMORY_REGION(start, bytes);
 #endif
-      ::operator delete(start, std::align_val_t(kPageBytes));
-    } else {
-#if defined(MJSON_POISON)
-      ASAN_UNPOISON_MEMORY_REGION(block, block->bytes);
-#endif
-      ::operator delete(block);
+    if (!pool::KeepBlock(start, bytes, pages)) {
+      if (pages)
+        ::operator delete(start, std::align_val_t(kPageBytes));
+      else
+        ::operator delete(start);
     }
     block = next;
   }

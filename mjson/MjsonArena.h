@@ -161,7 +161,7 @@ class Arena {
   }
   void NextNodePage();
   void* DataSlow(size_t bytes);
-  void* NewBlock(size_t bytes, bool pages);
+  void* NewBlock(size_t& bytes, bool pages);
   // Gives every block back, this arena with them.
   void Free() noexcept;
 
