@@ -287,7 +287,7 @@ inline CompactString::CompactString(const CompactString& other, mjson::Arena* ar
   else if (arena)
     InitBorrowed(arena->CopyOut(other.Data(), other.Size()), other.Size());
   else
-    InitHeap(other.Data(), other.Size());
+    Init(other.Data(), other.Size());
 }
 
 namespace mjson::pool {
