@@ -409,7 +409,7 @@ void WINAPI EndThreadCallback(void* p) {
   // The callback runs on the thread that ends; whatever it does after this
   // (other libraries' thread-exit code) finds the ended state.
   const DWORD slot = gStateSlot.load(std::memory_order_relaxed);
-  if (TlsGetValue(slot) == state) TlsSetValue(slot, &gEndedCache);
+  if (TlsGetValue(slot) == static_cast<ThreadCache*>(state)) TlsSetValue(slot, &gEndedCache);
   delete state;
 }
 
@@ -436,7 +436,7 @@ DWORD EndSlot() {
   if (end == FLS_OUT_OF_INDEXES || slot == TLS_OUT_OF_INDEXES) return nullptr;
   auto* state = new ThreadState();
   FlsSetValue(end, state);
-  TlsSetValue(slot, state);
+  TlsSetValue(slot, static_cast<ThreadCache*>(state));  // what ThreadPointer reads
   return state;
 }
 
