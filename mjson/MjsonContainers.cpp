@@ -328,12 +328,15 @@ uint32_t* JsonObject::NewIndex(uint32_t hash, size_t members, mjson::Arena* aren
 
 void JsonObject::Store(CompactString&& key, JsonValue* value) {
   if (InArena()) [[unlikely]] {
-    // The arena records where the change is; a new member of a recorded
-    // object finds its room in the arena.
-    const size_t pos = Find(key);
-    NoteChange(pos == kNotFound ? fMembers.size() : pos);
-    if (pos == kNotFound && fMembers.size() == fMembers.capacity())
-      if (mjson::Arena* arena = GrowthArena()) arena->Grow(fMembers);
+    if (mjson::Arena* arena = GrowthArena()) {
+      // The arena records where the change is; a new member finds its
+      // room in the arena.
+      const size_t pos = Find(key);
+      NoteChange(pos == kNotFound ? fMembers.size() : pos);
+      if (pos == kNotFound && fMembers.size() == fMembers.capacity()) arena->Grow(fMembers);
+    } else {
+      NoteChange();
+    }
   }
   Store(std::move(key), value, nullptr);
 }
