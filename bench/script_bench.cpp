@@ -159,9 +159,9 @@ void PrintRow(const Row& r) {
   auto us = [](double s) { return s * 1e6; };
   std::printf("| %s | %s | %.2f |", r.name.c_str(), r.what.c_str(), us(r.perCall));
   if (r.floorCall >= 0)
-    std::printf(" %.2f | %.1f |", us(r.floorCall), r.perCall / r.floorCall);
+    std::printf(" %.0f | %.2f | %.1f |", r.bytes / 1024, us(r.floorCall), r.perCall / r.floorCall);
   else
-    std::printf(" | |");
+    std::printf(" | | |");
   if (r.total > 0) std::printf(" %.0f ms (floor %.0f ms)", r.total * 1e3, r.floorTotal * 1e3);
   std::printf(" |\n");
   std::fflush(stdout);
@@ -247,8 +247,8 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "no %s/twitter.json: its rows are skipped\n", options.dataDir.c_str());
   }
 
-  std::printf("| operation | what | us per call | floor us | x floor | whole loop |\n");
-  std::printf("|---|---|---:|---:|---:|---|\n");
+  std::printf("| operation | what | us per call | KB copied | floor us | x floor | whole loop |\n");
+  std::printf("|---|---|---:|---:|---:|---:|---|\n");
 
   if (wanted("append")) {
     PrintRow(EditLoopRow(
