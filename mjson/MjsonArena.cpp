@@ -166,12 +166,7 @@ void Arena::Free() noexcept {
 #if defined(MJSON_POISON)
     ASAN_UNPOISON_MEMORY_REGION(start, bytes);
 #endif
-    if (!pool::KeepBlock(start, bytes, pages)) {
-      if (pages)
-        ::operator delete(start, std::align_val_t(kPageBytes));
-      else
-        ::operator delete(start);
-    }
+    pool::ReleaseBlock(start, bytes, pages);
     block = next;
   }
   delete this;

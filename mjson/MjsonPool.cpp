@@ -510,16 +510,17 @@ void* TakeKeptBlock(size_t bytes, bool pages) noexcept {
   return block;
 }
 
-bool KeepBlock(void* block, size_t bytes, bool pages) noexcept {
-  if (!kPoolNodes || bytes > kKeptBlockBytes) return false;
-  ThreadState* state = State();
-  if (!state || state->kept.bytes + bytes > kKeptBlockBytes) return false;
+void ReleaseBlock(void* block, size_t bytes, bool pages) noexcept {
+  ThreadState* state = kPoolNodes ? State() : nullptr;
+  if (!state || state->kept.bytes + bytes > kKeptBlockBytes) {
+    FreeBlock(block, pages);
+    return;
+  }
   auto* link = static_cast<KeptBlocks::Link*>(block);
   KeptBlocks::Link*& list = state->kept.lists[pages][KeptClass(bytes)];
   link->next = list;
   list = link;
   state->kept.bytes += bytes;
-  return true;
 }
 
 ThreadCache gUnusedCache{};

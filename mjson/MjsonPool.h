@@ -118,9 +118,9 @@ inline size_t BlockClassBytes(size_t bytes) {
 // A kept block of `bytes` (a class size), aligned to pages or not; null when
 // the thread keeps none.
 void* TakeKeptBlock(size_t bytes, bool pages) noexcept;
-// Keeps a block of `bytes` (a class size); false when the thread keeps no
-// more, and the caller frees it.
-bool KeepBlock(void* block, size_t bytes, bool pages) noexcept;
+// Gives back a block of `bytes` (a class size): kept by this thread while
+// it keeps less than kKeptBlockBytes, else freed.
+void ReleaseBlock(void* block, size_t bytes, bool pages) noexcept;
 
 [[gnu::noinline, gnu::cold]] void* AllocateSlow(size_t cls);
 [[gnu::noinline, gnu::cold]] void FreeSlow(size_t cls, void* p) noexcept;
