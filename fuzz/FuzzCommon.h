@@ -135,3 +135,85 @@ inline void CheckHeldChildOutlivesDocument(JsonAutoRefPtr<JsonValue>& value) {
   value = nullptr;
   FUZZ_CHECK(*held == *expected);
 }
+
+// The container a change of `doc` works on: the root, or with `deeper` its
+// first child that is a container, when it has one.
+inline JsonValue* ChangeTarget(JsonValue& doc, bool deeper) {
+  if (!deeper) return &doc;
+  JsonValue* found = nullptr;
+  AnyNode(doc, [&](const JsonValue& v) {
+    const auto t = v.Type();
+    if (&v == &doc ||
+        (t != JsonValue::Array && t != JsonValue::Object && t != JsonValue::CompiledObject))
+      return false;
+    found = const_cast<JsonValue*>(&v);
+    return true;
+  });
+  return found ? found : &doc;
+}
+
+// One change of the kind script functions and native callers make, chosen
+// by `how`, storing `outside` (a node of other memory) where it stores one.
+inline void ApplyChange(JsonValue& doc, unsigned char how,
+                        const JsonAutoRefPtr<JsonValue>& outside) {
+  JsonValue* target = ChangeTarget(doc, how & 1);
+  const int kind = (how >> 1) & 3;
+  switch (target->Type()) {
+    case JsonValue::Array: {
+      auto& array = static_cast<JsonArray&>(*target);
+      if (kind == 0)
+        for (int i = 0; i < 1 + (how >> 3); ++i) array.AddValue(outside);
+      else if (kind == 1)
+        array.SetValueAtIndex(0, outside);
+      else if (kind == 2)
+        array.EraseAtIndex(0);
+      else
+        array.InsertValueAtIndex(0, outside);
+      break;
+    }
+    case JsonValue::Object: {
+      auto& object = static_cast<JsonObject&>(*target);
+      const std::string first = object.Empty() ? std::string("k") : object.Members()[0].key.Str();
+      if (kind == 0)
+        for (int i = 0; i < 1 + (how >> 3); ++i)
+          object.InsertValue("a key longer than inline " + std::to_string(i), outside, true);
+      else if (kind == 1)
+        object.InsertValue(first, outside, true);
+      else if (kind == 2)
+        object.Erase(first);
+      else
+        object.InsertNull(first, true);
+      break;
+    }
+    case JsonValue::CompiledObject: {
+      auto& object = static_cast<JsonCompiledObject&>(*target);
+      if (kind & 1)
+        object.Erase(size_t(0));
+      else
+        object.InsertValue(size_t(0), outside);
+      break;
+    }
+    default:
+      break;
+  }
+}
+
+// A copy made to be changed, once changed, equals a plain copy changed the
+// same way, leaves its source as it was, and lets go of what it stored
+// when it dies (the one-step death of a recorded arena; AddressSanitizer
+// sees what it misses or frees twice).
+inline void CheckChangedCopy(const JsonValue& value, unsigned char how) {
+  if (HasNaN(value)) return;
+  JsonAutoRefPtr<JsonValue> outside(new JsonString(
+      std::string("a value from elsewhere, longer than inline"), JsonString::Trusted{}));
+  const JsonAutoRefPtr<JsonValue> before = JsonValue::Copy(value);
+  JsonAutoRefPtr<JsonValue> copy = JsonValue::CopyToChange(value);
+  JsonAutoRefPtr<JsonValue> plain = JsonValue::Copy(value);
+  ApplyChange(*copy, how, outside);
+  ApplyChange(*plain, how, outside);
+  FUZZ_CHECK(*copy == *plain);
+  copy = nullptr;
+  plain = nullptr;
+  FUZZ_CHECK(*before == value);
+  FUZZ_CHECK(outside->UseCount() == 1);
+}

@@ -28,6 +28,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (!HasNaN(*value)) FUZZ_CHECK(*reread == *value);
   std::string text;
   value->WriteToString(text);
+  CheckChangedCopy(*value, static_cast<unsigned char>(data[size - 1]));
   CheckHeldChildOutlivesDocument(value);
   return 0;
 }

@@ -44,6 +44,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
       FUZZ_CHECK(*reread == *value);
     }
   }
+  CheckChangedCopy(*value, static_cast<unsigned char>(data[size - 1]));
   CheckHeldChildOutlivesDocument(value);
   return 0;
 }

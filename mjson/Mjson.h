@@ -124,6 +124,11 @@ class JsonValue : public JsonUseCounted {
   // Deep copies; nothing is shared with the source.
   static JsonValue* CopyNoARefPtr(const JsonValue& value);
   static JsonAutoRefPtr<JsonValue> Copy(const JsonValue& value);
+  // The same deep copy, for a caller that is about to change it in a place
+  // or two and hand it on: a copy of some size keeps its one-step death
+  // through those changes (see MjsonArena.h), and its root container has
+  // room for a few more children.
+  static JsonAutoRefPtr<JsonValue> CopyToChange(const JsonValue& value);
 
   // Text reading. `ctx` and `compiled` may be null.
   static JsonAutoRefPtr<JsonValue> ReadFromString(const std::string& text, ParserContext* ctx,
@@ -179,13 +184,16 @@ class JsonValue : public JsonUseCounted {
   }
   ~JsonValue() override = default;
 
-  // A node of an arena's tree changes: the arena must walk the tree when it
-  // dies (see MjsonArena.h). Containers call this before every change, and
-  // readers that give a container memory of its own (a member index).
-  void NoteChange() const {
+  // A container of an arena's tree changes, from child position `from` on:
+  // the arena must walk the tree when it dies, or record the change (see
+  // MjsonArena.h). Containers call this before every change.
+  void NoteChange(size_t from = 0) const {
     if (fType & kInArena) [[unlikely]]
-      NoteArenaChange();
+      NoteArenaChange(from);
   }
+  // The arena that a container about to grow its list takes the room
+  // from, or null for the pool.
+  mjson::Arena* GrowthArena() const { return (fType & kInArena) ? RecordingArena() : nullptr; }
 
   void Dispose(mjson::pool::PendingDeletes* pending) const noexcept override;
 
@@ -197,9 +205,12 @@ class JsonValue : public JsonUseCounted {
   static constexpr uint8_t kTypeBits = 0x0F;
   static constexpr uint8_t kInArena = 0x10;
   static constexpr uint8_t kArenaRoot = 0x20;
+  // A container whose change its arena has recorded.
+  static constexpr uint8_t kNoted = 0x40;
 
   [[gnu::noinline]] void NoteEscape() const noexcept;
-  [[gnu::noinline]] void NoteArenaChange() const noexcept;
+  [[gnu::noinline]] void NoteArenaChange(size_t from) const noexcept;
+  mjson::Arena* RecordingArena() const noexcept;
 
   // Declared first so that it and the spare bits below fill the tail of the
   // reference count's word: the whole header is two words.
@@ -233,6 +244,9 @@ class JsonString final : public JsonValue {
   JsonString(const char* p, size_t n, mjson::Arena* arena, Trusted)
       : JsonValue(String), fValue(p, n, arena) {}
   JsonString(const JsonString&) = default;
+  // A copy, a longer string kept in `arena` (when given).
+  JsonString(const JsonString& other, mjson::Arena* arena)
+      : JsonValue(String), fValue(other.fValue, arena) {}
 
   void Get(std::string& out) const { out.assign(fValue.Data(), fValue.Size()); }
   std::string Get() const { return fValue.Str(); }
@@ -311,15 +325,18 @@ class JsonReal final : public JsonValue {
   // The copy starts in the state the source is in now: pending text stays
   // pending, a settled value stays settled.
   JsonReal(const JsonReal& other) : JsonReal(other, nullptr) {}
-  // A copy whose pending text, if any, is kept in `arena`.
-  JsonReal(const JsonReal& other, mjson::Arena* arena) : JsonValue(Real), fBits(0) {
-    Form form = other.Load();
-    if (form.State() == kText) {
-      CopyText(form, arena);
+  // A copy whose pending text, if any, is kept in `arena`. A settled real
+  // (the common case in copies) changes no more: its words are copied as
+  // they are.
+  JsonReal(const JsonReal& other, mjson::Arena* arena) : JsonValue(Real) {
+    const uint8_t state = other.StateByte().load(std::memory_order_acquire);
+    if ((state & kStateMask) == kSettled) [[likely]] {
+      fAux8 = state;
+      fAux16 = other.FormHigh().load(std::memory_order_relaxed);
+      fBits = other.Bits().load(std::memory_order_relaxed);
       return;
     }
-    fBits = form.bits;
-    SetFormUnshared(form.word);
+    CopyUnsettled(other, arena);
   }
   JsonReal& operator=(const JsonReal&) = delete;
   // The last owner is the only one left to look: no settle can be under way.
@@ -421,6 +438,7 @@ class JsonReal final : public JsonValue {
   }
   [[gnu::noinline]] double SettleAndGet() const;
   void CopyText(const Form& form, mjson::Arena* arena);
+  [[gnu::noinline]] void CopyUnsettled(const JsonReal& other, mjson::Arena* arena);
   void SetText(std::string_view text, int digits, mjson::Arena* arena);
   static void DeleteText(uint64_t bits);
   static int DigitsOf(const Form& form);
@@ -487,6 +505,9 @@ class JsonObject final : public JsonValue {
     // The key built in place: the parsers add members this way.
     Member(const char* k, size_t n) : key(k, n) {}
     Member(const char* k, size_t n, mjson::Arena* arena) : key(k, n, arena) {}
+    // A copy of `other`'s key (kept in `arena`, when given) with `v`.
+    Member(const Member& other, mjson::Arena* arena, JsonValue* v)
+        : key(other.key, arena), value(v) {}
 
     CompactString key;
     JsonValue* value = nullptr;  // owns one reference
@@ -577,6 +598,7 @@ class JsonObject final : public JsonValue {
 
  private:
   friend class ObjectStepper;
+  friend class mjson::Arena;
   friend class TreeCopier;
   static constexpr size_t kNotFound = SIZE_MAX;
   size_t Find(std::string_view key) const;
@@ -676,6 +698,7 @@ class JsonArray final : public JsonValue {
   void AdoptValues(JsonValue* const* first, size_t count, mjson::Arena* arena);
 
  private:
+  friend class mjson::Arena;
   friend class TreeCopier;
   void Append(JsonValue* value);  // adopts, never null
   JsonValueList fValues;
@@ -769,6 +792,7 @@ class JsonCompiledObject final : public JsonValue {
                                      ParserContext& ctx, const JsonCompiledObjectContext* compiled);
 
  private:
+  friend class mjson::Arena;
   friend class TreeCopier;
   const JsonCompiledObjectContext* fContext;
   size_t fCountFilled;

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <thread>
 
 #include "MjsonInternal.h"
 
@@ -71,9 +72,33 @@ Arena* Arena::Create(size_t expectedBytes) {
   return arena;
 }
 
-void* Arena::NewBlock(size_t bytes, bool pages) {
-  void* memory =
-      pages ? ::operator new(bytes, std::align_val_t(kPageBytes)) : ::operator new(bytes);
+// Blocks are sized to their class (see pool::BlockClassBytes), so that a
+// block kept from a dead arena serves the next arena that asks for its
+// class; `bytes` is rounded up and the block's size returned in it.
+Arena* Arena::ForCopy(const JsonValue& source, bool toChange) {
+  auto* arena = new Arena();
+  // A copy of a whole document needs about what the document's arena took
+  // (less what its readers added): its chunks start at the size they would
+  // have grown to. Anything else starts small.
+  size_t expected = 0;
+  if (source.InArena() && (source.fType & JsonValue::kArenaRoot))
+    expected = Of(&source)->fBlockBytes;
+  auto firstChunk = [&](size_t smallest) {
+    size_t bytes = smallest;
+    while (bytes < expected / 2 && bytes < kMaxChunkBytes) bytes *= 2;
+    return bytes;
+  };
+  arena->fNextNodeChunk = firstChunk(kPageBytes);
+  arena->fNextDataChunk = firstChunk(kFirstDataChunk);
+  arena->fRecords = toChange;
+  return arena;
+}
+
+void* Arena::NewBlock(size_t& bytes, bool pages) {
+  bytes = pool::BlockClassBytes(bytes);
+  void* memory = pool::TakeKeptBlock(bytes, pages);
+  if (!memory)
+    memory = pages ? ::operator new(bytes, std::align_val_t(kPageBytes)) : ::operator new(bytes);
   char* start = static_cast<char*>(memory);
   Block* block;
   if (pages) {
@@ -94,7 +119,7 @@ void* Arena::NewBlock(size_t bytes, bool pages) {
 void Arena::NextNodePage() {
   char* page = fPageEnd;
   if (!page || page == fChunkEnd) {
-    const size_t bytes = fNextNodeChunk;
+    size_t bytes = fNextNodeChunk;
     fNextNodeChunk = std::min(bytes * 2, kMaxChunkBytes);
     char* chunk = static_cast<char*>(NewBlock(bytes, true));
     fChunkEnd = chunk + bytes;
@@ -111,7 +136,8 @@ void Arena::NextNodePage() {
 void* Arena::DataSlow(size_t bytes) {
   const size_t header = RoundUp(sizeof(Block), 8);
   if (bytes > kMaxChunkBytes / 4) {
-    char* block = static_cast<char*>(NewBlock(header + bytes, false));
+    size_t blockBytes = header + bytes;
+    char* block = static_cast<char*>(NewBlock(blockBytes, false));
     return block + header;
   }
   size_t chunkBytes = fNextDataChunk;
@@ -121,18 +147,6 @@ void* Arena::DataSlow(size_t bytes) {
   fDataCut = chunk + header + bytes;
   fDataEnd = chunk + chunkBytes;
   return chunk + header;
-}
-
-const char* Arena::CopyOut(const char* p, size_t n) {
-  const size_t bytes = CompactString::BorrowedBlockBytes(n);
-  char* block = static_cast<char*>(Data(bytes));
-  if (bytes == n) {
-    memcpy(block, p, n);
-  } else {
-    memcpy(block, &n, 8);
-    memcpy(block + 8, p, n);
-  }
-  return block;
 }
 
 void Arena::Free() noexcept {
@@ -145,22 +159,94 @@ void Arena::Free() noexcept {
   Block* block = fBlocks;
   while (block) {
     Block* next = block->next;
-    if (block->pages) {
-      char* start = reinterpret_cast<char*>(block) - sizeof(Arena*);
+    const bool pages = block->pages;
+    const size_t bytes = block->bytes;
+    void* start =
+        pages ? reinterpret_cast<char*>(block) - sizeof(Arena*) : static_cast<void*>(block);
 #if defined(MJSON_POISON)
-      ASAN_UNPOISON_MEMORY_REGION(start, block->bytes);
+    ASAN_UNPOISON_MEMORY_REGION(start, bytes);
 #endif
-      ::operator delete(start, std::align_val_t(kPageBytes));
-    } else {
-#if defined(MJSON_POISON)
-      ASAN_UNPOISON_MEMORY_REGION(block, block->bytes);
-#endif
-      ::operator delete(block);
-    }
+    pool::ReleaseBlock(start, bytes, pages);
     block = next;
   }
   delete this;
   if (total >= kTrimAfterBytes) pool::ReturnFreedPages();
+}
+
+void Arena::ChangeLock::Pause() {
+  std::this_thread::yield();
+}
+
+void Arena::NoteChange(const JsonValue* container, size_t from) noexcept {
+  if (!fRecords) {
+    NoteChange();
+    return;
+  }
+  ChangeLock lock(this);
+  if (fChanged.load(std::memory_order_relaxed)) return;  // the tree will be walked anyway
+  const uint32_t n = fRecorded.load(std::memory_order_relaxed);
+  if (container->fType & JsonValue::kNoted) {
+    for (uint32_t i = 0; i < n; ++i) {
+      if (fRecord[i].container.load(std::memory_order_relaxed) == container) {
+        fRecord[i].from = std::min(fRecord[i].from, from);
+        return;
+      }
+    }
+  }
+  if (n == kRecordSlots) {
+    fChanged.store(true, std::memory_order_relaxed);
+    return;
+  }
+  const_cast<JsonValue*>(container)->fType |= JsonValue::kNoted;
+  fRecord[n].container.store(container, std::memory_order_relaxed);
+  fRecord[n].from = from;
+  fRecorded.store(n + 1, std::memory_order_relaxed);
+}
+
+void Arena::Forget(const JsonValue* container) noexcept {
+  if (!fRecords) return;
+  ChangeLock lock(this);
+  const uint32_t n = fRecorded.load(std::memory_order_relaxed);
+  for (uint32_t i = 0; i < n; ++i)
+    if (fRecord[i].container.load(std::memory_order_relaxed) == container)
+      fRecord[i].container.store(nullptr, std::memory_order_relaxed);
+}
+
+void Arena::ReleaseForeign(const JsonValue* container, size_t from) noexcept {
+  auto release = [this](const JsonValue* child) {
+    if (child && !Owns(child)) JsonValue::ReleaseChild(child);
+  };
+  switch (container->Type()) {
+    case JsonValue::Array: {
+      JsonValueList& values =
+          const_cast<JsonArray*>(static_cast<const JsonArray*>(container))->fValues;
+      for (size_t i = from; i < values.size(); ++i) release(values[i]);
+      values.Abandon();
+      break;
+    }
+    case JsonValue::Object: {
+      auto* object = const_cast<JsonObject*>(static_cast<const JsonObject*>(container));
+      // Keys before `from` are inline or the arena's, as the copy made them.
+      JsonObject::MemberList& members = object->fMembers;
+      for (size_t i = from; i < members.size(); ++i) {
+        release(members[i].value);
+        members[i].key.~CompactString();
+      }
+      members.Abandon();
+      object->DropIndex();
+      break;
+    }
+    case JsonValue::CompiledObject: {
+      JsonValueList& slots =
+          const_cast<JsonCompiledObject*>(static_cast<const JsonCompiledObject*>(container))
+              ->fSlots;
+      for (size_t i = from; i < slots.size(); ++i) release(slots[i]);
+      slots.Abandon();
+      break;
+    }
+    default:
+      break;
+  }
 }
 
 void Arena::DisposeNode(const JsonValue* node, pool::PendingDeletes* pending) noexcept {
@@ -168,9 +254,16 @@ void Arena::DisposeNode(const JsonValue* node, pool::PendingDeletes* pending) no
   const bool root = (node->fType & JsonValue::kArenaRoot) != 0;
   if (root && arena->fHolds.load(std::memory_order_acquire) == 1 &&
       !arena->fChanged.load(std::memory_order_acquire)) {
+    // Nobody else holds a node of the tree: whoever changed parts of it is
+    // done, and what they recorded is all there is to let go of.
+    const uint32_t n = arena->fRecorded.load(std::memory_order_acquire);
+    for (uint32_t i = 0; i < n; ++i)
+      if (const JsonValue* changed = arena->fRecord[i].container.load(std::memory_order_relaxed))
+        arena->ReleaseForeign(changed, arena->fRecord[i].from);
     arena->Free();
     return;
   }
+  if (node->fType & JsonValue::kNoted) arena->Forget(node);
   // The root carries the tree's hold, an escaped node one of its own. The
   // hold is dropped after the node's children are gone: at once when
   // there is no queue (they were destroyed inside the destructor), else
@@ -202,8 +295,13 @@ void JsonValue::NoteEscape() const noexcept {
   if (!SetCountFlag()) arena->DropHold();
 }
 
-void JsonValue::NoteArenaChange() const noexcept {
-  mjson::Arena::Of(this)->NoteChange();
+void JsonValue::NoteArenaChange(size_t from) const noexcept {
+  mjson::Arena::Of(this)->NoteChange(this, from);
+}
+
+mjson::Arena* JsonValue::RecordingArena() const noexcept {
+  mjson::Arena* arena = mjson::Arena::Of(this);
+  return arena->RecordsChanges() ? arena : nullptr;
 }
 
 void JsonValue::Dispose(mjson::pool::PendingDeletes* pending) const noexcept {

@@ -35,6 +35,24 @@
 //             [ data chunk: lists, keys, texts ]
 //             [ large block ] ...
 //
+// A copy made to be changed (JsonValue::CopyToChange: every script
+// function that changes a document changes such a copy) keeps dying in one
+// step after its change. Its arena records the changes instead of giving up:
+// each container that changes is noted with the first child position the
+// change touched (children before it are as the copy made them), up to
+// kRecordSlots containers. When such a document dies with no node held from
+// outside, the arena first lets go of what those containers hold that is not
+// its own (children from elsewhere, keys and lists and indexes of their
+// own), from the noted positions on, and then gives its chunks back; no
+// other node is visited. A recorded container that grows takes its new list
+// from the arena. More changed containers than the record holds fall back to
+// the walk, and so does a held node: escaped nodes keep the rules above.
+//
+//   copy ---> [ root array: 8,000 elements of the arena | 1 appended ]
+//             record: { root array, from 8,000 }   -> on death: release
+//                                                     element 8,000, then
+//                                                     the chunks
+//
 // A node finds its arena from its own address: node chunks are aligned to
 // pages, every page begins with the arena's address, and no node straddles
 // a page. Which thread drops the last hold does not matter; the holds and
@@ -57,6 +75,9 @@ class Arena {
 
   // A new arena for a document of about `expectedBytes` of nodes and data.
   static Arena* Create(size_t expectedBytes);
+  // An arena for a deep copy of `source`, sized after it, recording its
+  // changes when `toChange` (see above).
+  static Arena* ForCopy(const JsonValue& source, bool toChange);
   // An arena for a document read from `inputBytes` of text or MessagePack,
   // or null for input so short that a few blocks of the pool serve better.
   static Arena* ForInput(size_t inputBytes) {
@@ -98,7 +119,19 @@ class Arena {
   }
   // The bytes of a string longer than fits inline, copied here in the form
   // CompactString borrows (see CompactString::BorrowedBlockBytes).
-  const char* CopyOut(const char* p, size_t n);
+  const char* CopyOut(const char* p, size_t n) {
+    const size_t bytes = CompactString::BorrowedBlockBytes(n);
+    char* block = static_cast<char*>(Data(bytes));
+    if (n < 32) {  // most of them: no call
+      CopyShortBytes(block, p, n);
+    } else if (bytes == n) {
+      __builtin_memcpy(block, p, n);
+    } else {
+      __builtin_memcpy(block, &n, 8);
+      __builtin_memcpy(block + 8, p, n);
+    }
+    return block;
+  }
   // A block of memory a reader made for a node after the build (a member
   // index), freed with the arena. `block` has kSideHeader bytes in front
   // for the arena's use. Any thread, at any time while the node is held.
@@ -142,6 +175,23 @@ class Arena {
   void NoteChange() noexcept {
     if (!fChanged.load(std::memory_order_relaxed)) fChanged.store(true, std::memory_order_relaxed);
   }
+  // `container` changes from child position `from` on.
+  void NoteChange(const JsonValue* container, size_t from) noexcept;
+  // A container that may have been noted dies before the tree.
+  void Forget(const JsonValue* container) noexcept;
+  bool RecordsChanges() const { return fRecords; }
+  // Room for a recorded container's list that is full, taken from the
+  // arena: the list then never leaves it.
+  template <class T>
+  void Grow(NodeList<T>& list) {
+    const size_t capacity = NodeList<T>::Grown(list.size() + 1);
+    T* storage;
+    {
+      ChangeLock lock(this);
+      storage = Array<T>(capacity);
+    }
+    list.MoveToBorrowed(storage, capacity);
+  }
 
   // For tests: nodes destroyed one by one in arenas so far, process-wide.
   static uint64_t NodesDestroyedOneByOne();
@@ -161,9 +211,31 @@ class Arena {
   }
   void NextNodePage();
   void* DataSlow(size_t bytes);
-  void* NewBlock(size_t bytes, bool pages);
+  void* NewBlock(size_t& bytes, bool pages);
   // Gives every block back, this arena with them.
   void Free() noexcept;
+
+  // What a changed container of a recording arena holds that is not the
+  // arena's, released before the arena goes.
+  void ReleaseForeign(const JsonValue* container, size_t from) noexcept;
+  bool Owns(const JsonValue* node) const { return node->InArena() && Of(node) == this; }
+
+  // After the build, threads that change parts of the tree (a part held
+  // from elsewhere may change on another thread than the rest) take the
+  // arena's memory and note their changes under this lock.
+  class ChangeLock {
+   public:
+    explicit ChangeLock(Arena* arena) : fArena(arena) {
+      while (fArena->fChangeLock.exchange(true, std::memory_order_acquire)) Pause();
+    }
+    ~ChangeLock() { fArena->fChangeLock.store(false, std::memory_order_release); }
+    ChangeLock(const ChangeLock&) = delete;
+    ChangeLock& operator=(const ChangeLock&) = delete;
+
+   private:
+    static void Pause();
+    Arena* fArena;
+  };
 
   // Building state.
   char* fNodeCut = nullptr;  // next free byte of the current node page
@@ -186,6 +258,18 @@ class Arena {
   // The tree's life.
   std::atomic<int64_t> fHolds{1};
   std::atomic<bool> fChanged{false};
+
+  // Changes recorded by a copy made to be changed. A slot is emptied when
+  // its container dies first, on whichever thread that is.
+  static constexpr uint32_t kRecordSlots = 16;
+  struct Change {
+    std::atomic<const JsonValue*> container{nullptr};
+    size_t from = 0;
+  };
+  bool fRecords = false;
+  std::atomic<bool> fChangeLock{false};
+  std::atomic<uint32_t> fRecorded{0};
+  Change fRecord[kRecordSlots];
 };
 
 }  // namespace mjson
@@ -195,6 +279,15 @@ inline CompactString::CompactString(const char* p, size_t n, mjson::Arena* arena
     Init(p, n);
   else
     InitBorrowed(arena->CopyOut(p, n), n);
+}
+
+inline CompactString::CompactString(const CompactString& other, mjson::Arena* arena) {
+  if (other.IsInline())
+    __builtin_memcpy(fBytes, other.fBytes, sizeof fBytes);  // unused bytes are zero
+  else if (arena)
+    InitBorrowed(arena->CopyOut(other.Data(), other.Size()), other.Size());
+  else
+    Init(other.Data(), other.Size());
 }
 
 namespace mjson::pool {

@@ -70,7 +70,7 @@ bool JsonCompiledObject::InsertValueInternal(size_t index, JsonValue* value) {
     if (value) value->Release();
     return false;
   }
-  NoteChange();
+  NoteChange(index);
   JsonValue* old = fSlots[index];
   fSlots[index] = value;
   if (value) ++fCountFilled;
@@ -130,7 +130,7 @@ JsonAutoRefPtr<JsonValue> JsonCompiledObject::At(const std::string& key) const {
 
 bool JsonCompiledObject::Erase(size_t index) {
   if (index >= fSlots.size() || !fSlots[index]) return false;
-  NoteChange();
+  NoteChange(index);
   JsonValue* old = fSlots[index];
   fSlots[index] = nullptr;
   // The filled count is deliberately left as it was.

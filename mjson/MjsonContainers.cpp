@@ -327,7 +327,17 @@ uint32_t* JsonObject::NewIndex(uint32_t hash, size_t members, mjson::Arena* aren
 }
 
 void JsonObject::Store(CompactString&& key, JsonValue* value) {
-  NoteChange();
+  if (InArena()) [[unlikely]] {
+    if (mjson::Arena* arena = GrowthArena()) {
+      // The arena records where the change is; a new member finds its
+      // room in the arena.
+      const size_t pos = Find(key);
+      NoteChange(pos == kNotFound ? fMembers.size() : pos);
+      if (pos == kNotFound && fMembers.size() == fMembers.capacity()) arena->Grow(fMembers);
+    } else {
+      NoteChange();
+    }
+  }
   Store(std::move(key), value, nullptr);
 }
 
@@ -371,7 +381,7 @@ void JsonObject::Store(CompactString&& key, JsonValue* value, mjson::Arena* aren
 }
 
 void JsonObject::EraseAt(size_t pos) {
-  NoteChange();
+  NoteChange(pos);
   JsonValue* old = fMembers[pos].value;
   fMembers.erase(fMembers.begin() + static_cast<ptrdiff_t>(pos));
   if (Index()) RebuildIndex();
@@ -615,7 +625,9 @@ JsonArray::~JsonArray() {
 }
 
 void JsonArray::Append(JsonValue* value) {
-  NoteChange();
+  NoteChange(fValues.size());
+  if (fValues.size() == fValues.capacity()) [[unlikely]]
+    if (mjson::Arena* arena = GrowthArena()) arena->Grow(fValues);
   fValues.push_back(value);
 }
 
@@ -627,7 +639,7 @@ void JsonArray::AdoptValues(JsonValue* const* first, size_t count, mjson::Arena*
 }
 
 void JsonArray::AdoptValues(JsonValue* const* first, size_t count) {
-  NoteChange();
+  NoteChange(fValues.size());
   if (fValues.empty())
     fValues.assign(first, first + count);  // exact storage, no growth path
   else
@@ -676,7 +688,9 @@ void JsonArray::AddNull() {
 void JsonArray::InsertValueAtIndex(size_t index, const JsonAutoRefPtr<JsonValue>& value) {
   // Appending is AddValue's job; an index at or past the end does nothing.
   if (!value || index >= fValues.size()) return;
-  NoteChange();
+  NoteChange(index);
+  if (fValues.size() == fValues.capacity())
+    if (mjson::Arena* arena = GrowthArena()) arena->Grow(fValues);
   fValues.insert(fValues.begin() + static_cast<ptrdiff_t>(index), mjson::NewReference(value));
 }
 
@@ -685,7 +699,7 @@ void JsonArray::SetValueAtIndexInternal(size_t index, JsonValue* value) {
     if (value) value->Release();
     return;
   }
-  NoteChange();
+  NoteChange(index);
   JsonValue* old = fValues[index];
   if (value) {
     fValues[index] = value;
@@ -709,7 +723,7 @@ void JsonArray::EraseAtIndex(size_t index) {
 size_t JsonArray::Erase(size_t first, size_t count) {
   if (first >= fValues.size() || first >= 9223372036854775807ull) return 0;
   size_t n = std::min(count, fValues.size() - first);
-  NoteChange();
+  NoteChange(first);
   std::vector<JsonValue*> removed(fValues.begin() + static_cast<ptrdiff_t>(first),
                                   fValues.begin() + static_cast<ptrdiff_t>(first + n));
   fValues.erase(fValues.begin() + static_cast<ptrdiff_t>(first),

@@ -78,6 +78,33 @@ class NodeList {
     fCapacity = static_cast<uint32_t>(n) | kBorrowed;
   }
   bool Borrowed() const { return (fCapacity & kBorrowed) != 0; }
+  // For a builder that constructs elements in the reserved room itself: the
+  // list now holds its first `n` slots (at most its capacity).
+  void AssumeFilled(size_t n) { fSize = static_cast<uint32_t>(n); }
+  // Moves the elements to `storage`, room for `capacity` elements that
+  // stays its owner's, and gives up the storage they leave if it was the
+  // list's own.
+  void MoveToBorrowed(T* storage, size_t capacity) {
+    for (size_t i = 0; i < fSize; ++i) {
+      new (storage + i) T(std::move(fData[i]));
+      fData[i].~T();
+    }
+    if (fData && !Borrowed()) JsonPoolFree(fData, this->capacity() * sizeof(T));
+    fData = storage;
+    fCapacity = static_cast<uint32_t>(capacity) | kBorrowed;
+  }
+  // Forgets the elements without destroying them (whoever calls this has
+  // dealt with them) and gives up the storage if it is the list's own.
+  void Abandon() noexcept {
+    if (fData && !Borrowed()) JsonPoolFree(fData, capacity() * sizeof(T));
+    fData = nullptr;
+    fSize = fCapacity = 0;
+  }
+  // The size a list that is full grows to, to take `needed` elements.
+  static size_t Grown(size_t needed) {
+    if (needed > kMaxSize) JsonListTooLong();
+    return needed < 4 ? 4 : std::max(needed, std::min<size_t>(needed * 2, kMaxSize));
+  }
 
   size_t size() const { return fSize; }
   bool empty() const { return fSize == 0; }
@@ -157,10 +184,6 @@ class NodeList {
   static constexpr uint32_t kBorrowed = 0x80000000u;
   static constexpr size_t kMaxSize = 0x7FFFFFFFu;
 
-  static size_t Grown(size_t needed) {
-    if (needed > kMaxSize) JsonListTooLong();
-    return needed < 4 ? 4 : std::max(needed, std::min<size_t>(needed * 2, kMaxSize));
-  }
   // Moves the elements to storage of its own for `n` elements.
   void MoveTo(size_t n) {
     if (n > kMaxSize) JsonListTooLong();
@@ -224,6 +247,9 @@ class alignas(8) CompactString {
   // there is one. Built in place: a short string put together on the stack
   // and then moved costs a stalled load of the two words just stored.
   CompactString(const char* p, size_t n, mjson::Arena* arena);
+  // A copy of `other`: an inline string in one move of its two words, a
+  // longer one copied into `arena` and borrowed from it when there is one.
+  CompactString(const CompactString& other, mjson::Arena* arena);
   // Bytes of the block a longer string borrows: from kHuge bytes up the
   // block starts with the length in eight bytes.
   static size_t BorrowedBlockBytes(size_t n) { return n < kHuge ? n : n + 8; }

@@ -182,13 +182,17 @@ inline JsonValue* NewReference(const JsonAutoRefPtr<JsonValue>& value) {
 
 class TreeCopier {
  public:
+  // A deep copy of `value`: in an arena of its own when it is a container
+  // of some size, in the pool otherwise. `toChange`: see
+  // JsonValue::CopyToChange.
+  static JsonValue* Copy(const JsonValue& value, bool toChange);
   // Copies the children of `src` into the empty container `dst` of the same
-  // type, and their children, on a stack of its own.
   // type, and their children, on a stack of its own; with `arena`, every
   // node and list of the copy comes from it.
   static void CopyChildren(JsonValue* dst, const JsonValue* src, mjson::Arena* arena = nullptr);
-  // A copy of `v` with all its own fields but none of its children.
-  static JsonValue* ShallowCopy(const JsonValue& v, mjson::Arena* arena = nullptr);
+  // A copy of `v` with all its own fields but none of its children; a
+  // container's list has room for `room` children more than `v` has.
+  static JsonValue* ShallowCopy(const JsonValue& v, mjson::Arena* arena = nullptr, size_t room = 0);
 };
 
 namespace mjson {

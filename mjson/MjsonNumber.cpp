@@ -192,6 +192,17 @@ JsonReal::JsonReal(uint64_t digitsValue, const Shape& shape, int)
   SetFormUnshared(form);
 }
 
+void JsonReal::CopyUnsettled(const JsonReal& other, mjson::Arena* arena) {
+  fBits = 0;
+  const Form form = other.Load();
+  if (form.State() == kText) {
+    CopyText(form, arena);
+    return;
+  }
+  fBits = form.bits;
+  SetFormUnshared(form.word);
+}
+
 void JsonReal::CopyText(const Form& form, mjson::Arena* arena) {
   RealText* text = TextOf(form.bits);
   if (text->settled.load(std::memory_order_acquire))

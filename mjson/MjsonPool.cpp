@@ -318,17 +318,16 @@ void FreeUnpooled(void* p, size_t size) noexcept {
 // ---------------------------------------------------------------------------
 // Per-thread state
 //
-// Each thread has a node cache, a queue of values waiting to be deleted, and
-// the parsers' scratch vectors. When the thread ends they are given back:
-// the cache's nodes to the shared pool, the vectors to the heap.
+// Each thread has a node cache, a queue of values waiting to be deleted, the
+// parsers' scratch vectors and the blocks of dead arenas it keeps. They live
+// in one heap object, made on the thread's first use, and go back when the
+// thread ends: the cache's nodes to the shared pool, the rest to the heap.
 //
-// On most systems the cache is thread storage of its own, which the
-// allocation fast paths reach directly, and one thread_local object ends
-// the state in its destructor. Where the compiler emulates thread storage
-// (MinGW), that storage is already freed when thread_local destructors run;
-// there the whole state, cache included, is a heap object that the callback
-// of a fiber-local slot ends. The callback receives the object itself and
-// touches no thread storage.
+// Thread storage holds only a pointer to that object (see ThreadPointer in
+// MjsonPool.h). On ELF systems a thread_local object's destructor ends the
+// state. On Windows, where MinGW frees emulated thread storage before such
+// destructors run, the callback of a fiber-local slot ends it; it receives
+// the object itself.
 
 // Values whose last reference went away while another value was being
 // deleted wait here; the outermost deletion drains the list, so tearing
@@ -347,90 +346,138 @@ void PushArenaHold(PendingDeletes* pending, Arena* arena) {
 
 namespace {
 
-struct ThreadState {
-  PendingDeletes pending;
-  ScratchSlot scratch[static_cast<size_t>(ScratchUse::kCount)];
-#if defined(MJSON_STATE_ON_HEAP)
-  ThreadCache cache{};
-#endif
-};
+// Block classes up to kKeptBlockBytes, eight to an octave from 1 KB.
+constexpr int kSmallestOctave = 10;
+constexpr size_t kKeptClasses = (22 - kSmallestOctave + 1) * 8;
+static_assert(kKeptBlockBytes == size_t(1) << 22);
 
-void EndThread(ThreadState& state, ThreadCache& cache) {
-  if (cache.state == ThreadCache::kLive) FlushThreadCache(cache);
-  cache.state = ThreadCache::kFlushed;
-  for (ScratchSlot& slot : state.scratch)
-    if (slot.object) slot.destroy(slot.object);
+size_t KeptClass(size_t bytes) {
+  const int octave = 63 - __builtin_clzll(bytes);
+  return static_cast<size_t>(octave - kSmallestOctave) * 8 + ((bytes >> (octave - 3)) - 8);
 }
 
-#if defined(MJSON_STATE_ON_HEAP)
+// Kept blocks, linked through their first word, one list per class and
+// kind (aligned to pages or not: the two are freed differently).
+struct KeptBlocks {
+  struct Link {
+    Link* next;
+  };
+  Link* lists[2][kKeptClasses] = {};
+  size_t bytes = 0;
+};
+
+void FreeBlock(void* block, bool pages) {
+  if (pages)
+    ::operator delete(block, std::align_val_t(Arena::kPageBytes));
+  else
+    ::operator delete(block);
+}
+
+struct ThreadState : ThreadCache {
+  ThreadState() : ThreadCache{} {}
+  PendingDeletes pending;
+  ScratchSlot scratch[static_cast<size_t>(ScratchUse::kCount)];
+  KeptBlocks kept;
+};
+
+// What thread storage points to once the thread's state has ended (at
+// thread or process exit): a cache that sends both paths to the slow side,
+// where its state sends them to the shared pool. A value released later,
+// say by a static freed during static destruction, is deleted directly.
+ThreadCache gEndedCache{{}, nullptr, nullptr, ThreadCache::kFlushed};
+
+void EndThread(ThreadState& state) {
+  if (state.state == ThreadCache::kLive) FlushThreadCache(state);
+  state.state = ThreadCache::kFlushed;
+  for (ScratchSlot& slot : state.scratch)
+    if (slot.object) slot.destroy(slot.object);
+  for (int pages = 0; pages < 2; ++pages)
+    for (KeptBlocks::Link* list : state.kept.lists[pages])
+      while (list) {
+        KeptBlocks::Link* next = list->next;
+        FreeBlock(list, pages != 0);
+        list = next;
+      }
+  state.kept.bytes = 0;
+}
+
+#if defined(MJSON_STATE_SLOT)
 
 void WINAPI EndThreadCallback(void* p) {
   auto* state = static_cast<ThreadState*>(p);
-  EndThread(*state, state->cache);
+  EndThread(*state);
+  // The callback runs on the thread that ends; whatever it does after this
+  // (other libraries' thread-exit code) finds the ended state.
+  const DWORD slot = gStateSlot.load(std::memory_order_relaxed);
+  if (TlsGetValue(slot) == static_cast<ThreadCache*>(state)) TlsSetValue(slot, &gEndedCache);
   delete state;
 }
 
-// The slot's callback is code of the library that holds this pool, and it
-// runs whenever a thread that used the pool ends, however long after the
-// host unloaded that library: it would then run in unmapped code. So the
-// library is pinned, once, before the slot exists: a host's FreeLibrary no
-// longer unmaps it, and a later load finds it still there with its slot
-// (one slot per process, not one per load).
-DWORD StateSlot() {
+// The fiber-local slot's callback is code of the library that holds this
+// pool, and it runs whenever a thread that used the pool ends, however long
+// after the host unloaded that library: it would then run in unmapped code.
+// So the library is pinned, once, before the slot exists: a host's
+// FreeLibrary no longer unmaps it, and a later load finds it still there
+// with its slots (one pair per process, not one per load).
+DWORD EndSlot() {
   static const DWORD slot = [] {
     HMODULE self = nullptr;
     GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_PIN,
                        reinterpret_cast<LPCWSTR>(&EndThreadCallback), &self);
+    gStateSlot.store(TlsAlloc(), std::memory_order_relaxed);
     return FlsAlloc(EndThreadCallback);
   }();
   return slot;
 }
 
-constinit thread_local ThreadState* tState = nullptr;
-
-// The thread's state, made on first use. The fiber-local slot is asked
-// when thread storage has nothing: it outlives thread storage.
-ThreadState* State() {
-  if (ThreadState* state = tState) return state;
-  auto* state = static_cast<ThreadState*>(FlsGetValue(StateSlot()));
-  if (!state) {
-    state = new ThreadState();
-    FlsSetValue(StateSlot(), state);
-  }
-  tState = state;
+[[gnu::noinline]] ThreadState* NewState() {
+  const DWORD end = EndSlot();
+  const DWORD slot = gStateSlot.load(std::memory_order_relaxed);
+  if (end == FLS_OUT_OF_INDEXES || slot == TLS_OUT_OF_INDEXES) return nullptr;
+  auto* state = new ThreadState();
+  FlsSetValue(end, state);
+  TlsSetValue(slot, static_cast<ThreadCache*>(state));  // what ThreadPointer reads
   return state;
 }
 
-ThreadCache& StateCache() {
-  ThreadCache& cache = State()->cache;
-  tCachePtr = &cache;
-  return cache;
+// The thread's state, made on first use; null once it has ended.
+ThreadState* State() {
+  ThreadCache* cache = ThreadPointer();
+  if (cache) [[likely]]
+    return cache == &gEndedCache ? nullptr : static_cast<ThreadState*>(cache);
+  return NewState();
 }
 
 #else
 
-// Set when the thread's state has ended (at thread or process exit); a
-// value released later, say by a static freed during static destruction,
-// is then deleted directly, and nodes go to the shared pool.
-constinit thread_local bool tEnded = false;
-
-struct ThreadStateHolder {
-  ThreadState state;
-  ~ThreadStateHolder() {
-    EndThread(state, tCache);
-    tEnded = true;
+// Ends the thread's state when the thread ends; made with the state.
+struct ThreadEnd {
+  void Arm() {}
+  ~ThreadEnd() {
+    ThreadCache* cache = tThread;
+    tThread = &gEndedCache;
+    if (cache && cache != &gEndedCache) {
+      auto* state = static_cast<ThreadState*>(cache);
+      EndThread(*state);
+      delete state;
+    }
   }
 };
+thread_local ThreadEnd tThreadEnd MJSON_TLS_FAST;
 
-thread_local ThreadStateHolder tHolder;
-
-ThreadState* State() {
-  return tEnded ? nullptr : &tHolder.state;
+[[gnu::noinline]] ThreadState* NewState() {
+  auto* state = new ThreadState();
+  tThread = state;
+  tThreadEnd.Arm();  // constructs it, so that its destructor runs at thread exit
+  return state;
 }
 
-ThreadCache& StateCache() {
-  State();  // the state ends the cache with the thread
-  return tCache;
+// The thread's state, made on first use; null once it has ended.
+ThreadState* State() {
+  ThreadCache* cache = tThread;
+  if (cache) [[likely]]
+    return cache == &gEndedCache ? nullptr : static_cast<ThreadState*>(cache);
+  return NewState();
 }
 
 #endif
@@ -439,21 +486,48 @@ ThreadCache& StateCache() {
 bool CacheReady() {
   ThreadCache& cache = Cache();
   if (cache.state != ThreadCache::kUnused) return cache.state == ThreadCache::kLive;
-  ThreadCache& t = StateCache();
-  if (t.state == ThreadCache::kUnused) {
-    for (size_t cls = 0; cls < kClasses; ++cls) t.classes[cls].room = BatchNodes(cls);
-    t.state = ThreadCache::kLive;
+  ThreadState* t = State();
+  if (!t) return false;
+  if (t->state == ThreadCache::kUnused) {
+    for (size_t cls = 0; cls < kClasses; ++cls) t->classes[cls].room = BatchNodes(cls);
+    t->state = ThreadCache::kLive;
   }
-  return t.state == ThreadCache::kLive;
+  return t->state == ThreadCache::kLive;
 }
 
 }  // namespace
 
-#if defined(MJSON_STATE_ON_HEAP)
+void* TakeKeptBlock(size_t bytes, bool pages) noexcept {
+  if (!kPoolNodes || bytes > kKeptBlockBytes) return nullptr;
+  ThreadCache* cache = ThreadPointer();
+  if (!cache || cache == &gEndedCache) return nullptr;
+  KeptBlocks& kept = static_cast<ThreadState*>(cache)->kept;
+  KeptBlocks::Link*& list = kept.lists[pages][KeptClass(bytes)];
+  KeptBlocks::Link* block = list;
+  if (!block) return nullptr;
+  list = block->next;
+  kept.bytes -= bytes;
+  return block;
+}
+
+void ReleaseBlock(void* block, size_t bytes, bool pages) noexcept {
+  ThreadState* state = kPoolNodes ? State() : nullptr;
+  if (!state || state->kept.bytes + bytes > kKeptBlockBytes) {
+    FreeBlock(block, pages);
+    return;
+  }
+  auto* link = static_cast<KeptBlocks::Link*>(block);
+  KeptBlocks::Link*& list = state->kept.lists[pages][KeptClass(bytes)];
+  link->next = list;
+  list = link;
+  state->kept.bytes += bytes;
+}
+
 ThreadCache gUnusedCache{};
-constinit thread_local ThreadCache* tCachePtr = nullptr;
+#if defined(MJSON_STATE_SLOT)
+std::atomic<unsigned long> gStateSlot{TLS_OUT_OF_INDEXES};
 #else
-constinit thread_local ThreadCache tCache{};
+constinit thread_local ThreadCache* tThread MJSON_TLS_FAST = nullptr;
 #endif
 
 }  // namespace mjson::pool

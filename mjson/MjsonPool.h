@@ -2,6 +2,7 @@
 // tree and building one pay no call per node. Internal to the library.
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <new>
@@ -61,28 +62,65 @@ struct ThreadCache {
   enum State : uint8_t { kUnused, kLive, kFlushed } state;
 };
 
-// This thread's cache. On most systems it is thread storage, reached
-// directly. Under emulated thread storage (MinGW), which is freed before
-// thread_local destructors run, it lives on the heap with the rest of the
-// thread's state (MjsonPool.cpp): thread storage then holds a pointer, and
-// a thread without a cache yet sees an unused one that is never written.
-#if defined(_WIN32)
-#define MJSON_STATE_ON_HEAP 1
+// This thread's cache: the first part of the thread's state, which lives on
+// the heap (MjsonPool.cpp). The allocation fast paths reach it through one
+// pointer per thread: thread storage in the initial-exec model on ELF
+// systems (a load at a fixed offset from the thread pointer: a library's
+// thread storage in the general model costs a call into the dynamic linker
+// on every access), a slot of the system's thread storage on Windows
+// (MinGW emulates thread storage through the threads library, with a lock
+// per access). A thread without a state yet sees an unused cache that is
+// never written: its empty lists send both paths to the slow side, which
+// makes the state.
 extern ThreadCache gUnusedCache;
-extern constinit thread_local ThreadCache* tCachePtr;
-inline ThreadCache& Cache() {
-  ThreadCache* cache = tCachePtr;
-  return cache ? *cache : gUnusedCache;
+#if defined(_WIN32)
+#define MJSON_STATE_SLOT 1
+extern "C" __declspec(dllimport) void* __stdcall TlsGetValue(unsigned long index);
+extern std::atomic<unsigned long> gStateSlot;
+inline ThreadCache* ThreadPointer() {
+  return static_cast<ThreadCache*>(TlsGetValue(gStateSlot.load(std::memory_order_relaxed)));
 }
 #else
-extern constinit thread_local ThreadCache tCache;
-inline ThreadCache& Cache() {
-  return tCache;
+#if defined(__ELF__)
+#define MJSON_TLS_FAST __attribute__((tls_model("initial-exec")))
+#else
+#define MJSON_TLS_FAST
+#endif
+extern constinit thread_local ThreadCache* tThread MJSON_TLS_FAST;
+inline ThreadCache* ThreadPointer() {
+  return tThread;
 }
 #endif
+inline ThreadCache& Cache() {
+  ThreadCache* cache = ThreadPointer();
+  return cache ? *cache : gUnusedCache;
+}
 
 // Asks the C library to give its free pages back to the system.
 void ReturnFreedPages();
+
+// Blocks of dead document arenas (MjsonArena.h), kept by the thread that
+// freed them for the next arena it builds. A loop that copies a document
+// and drops the copy before reuses the same memory, already faulted in,
+// where the C library would give large blocks back to the system and fault
+// them in again on every pass. Block sizes come in classes, eight to an
+// octave from 1 KB up, so that a kept block serves the next request of its
+// class exactly. A thread keeps at most kKeptBlockBytes; builds without the
+// pool keep nothing, so that sanitizers see every block freed.
+inline constexpr size_t kKeptBlockBytes = 4 << 20;
+inline constexpr size_t kSmallestBlockClass = 1024;
+// The class a block of `bytes` is rounded up to.
+inline size_t BlockClassBytes(size_t bytes) {
+  if (bytes <= kSmallestBlockClass) return kSmallestBlockClass;
+  const size_t step = size_t(1) << (63 - __builtin_clzll(bytes) - 3);
+  return (bytes + step - 1) & ~(step - 1);
+}
+// A kept block of `bytes` (a class size), aligned to pages or not; null when
+// the thread keeps none.
+void* TakeKeptBlock(size_t bytes, bool pages) noexcept;
+// Gives back a block of `bytes` (a class size): kept by this thread while
+// it keeps less than kKeptBlockBytes, else freed.
+void ReleaseBlock(void* block, size_t bytes, bool pages) noexcept;
 
 [[gnu::noinline, gnu::cold]] void* AllocateSlow(size_t cls);
 [[gnu::noinline, gnu::cold]] void FreeSlow(size_t cls, void* p) noexcept;

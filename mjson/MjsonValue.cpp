@@ -251,6 +251,29 @@ bool IsContainer(const JsonValue* v) {
 
 }  // namespace
 
+namespace {
+
+// A copy of the scalar `v`, or null for a container. Inline in the copy's
+// loops: most of a copy's nodes are scalars.
+[[gnu::always_inline]] inline JsonValue* CopyScalar(const JsonValue& v, mjson::Arena* arena) {
+  // Tests in the order of how common the kinds are, rather than a jump
+  // table: a mispredicted indirect jump costs the copy its overlap of the
+  // loads of the next children.
+  const JsonValue::EJsonValueType type = v.Type();
+  if (type == JsonValue::String)
+    return mjson::MakeNode<JsonString>(arena, static_cast<const JsonString&>(v), arena);
+  if (type == JsonValue::Real)
+    return mjson::MakeNode<JsonReal>(arena, static_cast<const JsonReal&>(v), arena);
+  if (type == JsonValue::Integer)
+    return mjson::MakeNode<JsonInteger>(arena, static_cast<const JsonInteger&>(v));
+  if (type == JsonValue::True) return mjson::MakeNode<JsonTrue>(arena);
+  if (type == JsonValue::False) return mjson::MakeNode<JsonFalse>(arena);
+  if (type == JsonValue::Null) return mjson::MakeNode<JsonNull>(arena);
+  return nullptr;
+}
+
+}  // namespace
+
 // The copy walks the source with a stack of its own, breadth-first within
 // each container, so a document of any depth copies on constant call stack.
 void TreeCopier::CopyChildren(JsonValue* dst, const JsonValue* src, mjson::Arena* arena) {
@@ -271,35 +294,53 @@ void TreeCopier::CopyChildren(JsonValue* dst, const JsonValue* src, mjson::Arena
       case JsonValue::Object: {
         auto* s = static_cast<const JsonObject*>(f.src);
         auto* d = static_cast<JsonObject*>(f.dst);
-        while (f.next < s->fMembers.size()) {
-          const JsonObject::Member& m = s->fMembers[f.next++];
-          JsonValue* copy = ShallowCopy(*m.value, arena);
-          if (arena)
-            d->fMembers.emplace_back(m.key.Data(), m.key.Size(), arena).value = copy;
-          else
-            d->fMembers.push_back({m.key, copy});
-          if (IsContainer(m.value)) {
+        // As for arrays below: the members go straight into the room the
+        // copy's list has for them.
+        const JsonObject::Member* from = s->fMembers.data();
+        const size_t n = s->fMembers.size();
+        JsonObject::MemberList& list = d->fMembers;
+        JsonObject::Member* to = list.data() + list.size();
+        size_t i = f.next;
+        for (; i < n; ++i) {
+          const JsonObject::Member& m = from[i];
+          JsonValue* copy = CopyScalar(*m.value, arena);
+          if (!copy) {
             inner = m.value;
-            innerCopy = copy;
+            innerCopy = copy = ShallowCopy(*m.value, arena);
+          }
+          new (to++) JsonObject::Member(m, arena, copy);
+          if (inner) {
+            ++i;
             break;
           }
         }
+        list.AssumeFilled(static_cast<size_t>(to - list.data()));
+        f.next = i;
         if (!inner) d->CopyIndex(*s, arena);
         break;
       }
       case JsonValue::Array: {
         auto* s = static_cast<const JsonArray*>(f.src);
         auto* d = static_cast<JsonArray*>(f.dst);
-        while (f.next < s->fValues.size()) {
-          const JsonValue* child = s->fValues[f.next++];
-          JsonValue* copy = ShallowCopy(*child, arena);
-          d->fValues.push_back(copy);
-          if (IsContainer(child)) {
-            inner = child;
-            innerCopy = copy;
-            break;
-          }
+        // The copy's list has room for all of them (ShallowCopy made it so):
+        // scalars go straight into it, up to the next container.
+        JsonValue* const* from = s->fValues.data();
+        const size_t n = s->fValues.size();
+        JsonValueList& list = d->fValues;
+        JsonValue** to = list.data() + list.size();
+        size_t i = f.next;
+        for (; i < n; ++i) {
+          JsonValue* copy = CopyScalar(*from[i], arena);
+          if (!copy) break;
+          *to++ = copy;
         }
+        list.AssumeFilled(static_cast<size_t>(to - list.data()));
+        if (i < n) {
+          inner = from[i++];
+          innerCopy = ShallowCopy(*inner, arena);
+          list.push_back(innerCopy);
+        }
+        f.next = i;
         break;
       }
       default: {  // CompiledObject
@@ -309,9 +350,11 @@ void TreeCopier::CopyChildren(JsonValue* dst, const JsonValue* src, mjson::Arena
           const size_t i = f.next++;
           const JsonValue* child = s->fSlots[i];
           if (!child) continue;
-          JsonValue* copy = ShallowCopy(*child, arena);
+          JsonValue* copy = CopyScalar(*child, arena);
+          const bool container = !copy;
+          if (container) copy = ShallowCopy(*child, arena);
           d->fSlots[i] = copy;
-          if (IsContainer(child)) {
+          if (container) {
             inner = child;
             innerCopy = copy;
             break;
@@ -327,24 +370,16 @@ void TreeCopier::CopyChildren(JsonValue* dst, const JsonValue* src, mjson::Arena
   }
 }
 
-JsonValue* TreeCopier::ShallowCopy(const JsonValue& v, mjson::Arena* arena) {
+JsonValue* TreeCopier::ShallowCopy(const JsonValue& v, mjson::Arena* arena, size_t room) {
   switch (v.Type()) {
-    case JsonValue::String: {
-      const std::string_view bytes = static_cast<const JsonString&>(v).Value();
-      return mjson::MakeNode<JsonString>(arena, bytes.data(), bytes.size(), arena,
-                                         JsonString::Trusted{});
-    }
-    case JsonValue::Integer:
-      return mjson::MakeNode<JsonInteger>(arena, static_cast<const JsonInteger&>(v));
-    case JsonValue::Real:
-      return mjson::MakeNode<JsonReal>(arena, static_cast<const JsonReal&>(v), arena);
     case JsonValue::Object: {
       auto& o = static_cast<const JsonObject&>(v);
       auto* copy = mjson::MakeNode<JsonObject>(arena, o.KeepsOrder());
+      const size_t n = o.Size() + room;
       if (arena)
-        copy->fMembers.Borrow(arena->Array<JsonObject::Member>(o.Size()), o.Size());
+        copy->fMembers.Borrow(arena->Array<JsonObject::Member>(n), n);
       else
-        copy->fMembers.reserve(o.Size());
+        copy->fMembers.reserve(n);
       return copy;
     }
     case JsonValue::CompiledObject: {
@@ -360,34 +395,89 @@ JsonValue* TreeCopier::ShallowCopy(const JsonValue& v, mjson::Arena* arena) {
     case JsonValue::Array: {
       auto& a = static_cast<const JsonArray&>(v);
       auto* copy = mjson::MakeNode<JsonArray>(arena);
+      const size_t n = a.Size() + room;
       if (arena)
-        copy->fValues.Borrow(arena->Array<JsonValue*>(a.Size()), a.Size());
+        copy->fValues.Borrow(arena->Array<JsonValue*>(n), n);
       else
-        copy->fValues.reserve(a.Size());
+        copy->fValues.reserve(n);
       return copy;
     }
-    case JsonValue::True:
-      return mjson::MakeNode<JsonTrue>(arena);
-    case JsonValue::False:
-      return mjson::MakeNode<JsonFalse>(arena);
     default:
-      return mjson::MakeNode<JsonNull>(arena);
+      return CopyScalar(v, arena);
   }
 }
 
-// A container read from a document of some size (it lies in an arena) is
-// copied into an arena of its own, which is then freed in one step as well;
-// scalars and documents built piece by piece are copied into the pool.
-JsonValue* JsonValue::CopyNoARefPtr(const JsonValue& value) {
-  if (!IsContainer(&value) || !value.InArena()) {
-    JsonValue* copy = TreeCopier::ShallowCopy(value);
-    if (IsContainer(copy)) TreeCopier::CopyChildren(copy, &value);
+namespace {
+
+// Copies of trees with fewer nodes than this stay in the pool, where a few
+// small blocks serve them better than an arena's chunks.
+constexpr size_t kArenaCopyNodes = 64;
+
+// True when the tree of the container `root` has at least `n` nodes. Looks
+// at no more than that many, on a fixed stack: a tree deeper than the stack
+// counts as large.
+bool HasAtLeastNodes(const JsonValue& root, size_t n) {
+  struct Frame {
+    const JsonValue* container;
+    size_t next;
+  };
+  constexpr size_t kDepth = 16;
+  Frame stack[kDepth];
+  size_t depth = 0, seen = 1;
+  stack[depth++] = {&root, 0};
+  while (depth > 0) {
+    Frame& f = stack[depth - 1];
+    const JsonValue* child = nullptr;
+    switch (f.container->Type()) {
+      case JsonValue::Object: {
+        auto& members = static_cast<const JsonObject*>(f.container)->Members();
+        if (f.next < members.size()) child = members[f.next++].value;
+        break;
+      }
+      case JsonValue::Array: {
+        auto& values = static_cast<const JsonArray*>(f.container)->Values();
+        if (f.next < values.size()) child = values[f.next++];
+        break;
+      }
+      default: {
+        auto& slots = static_cast<const JsonCompiledObject*>(f.container)->Slots();
+        while (f.next < slots.size() && !child) child = slots[f.next++];
+        break;
+      }
+    }
+    if (!child) {
+      --depth;
+      continue;
+    }
+    if (++seen >= n) return true;
+    if (IsContainer(child)) {
+      if (depth == kDepth) return true;
+      stack[depth++] = {child, 0};
+    }
+  }
+  return false;
+}
+
+}  // namespace
+
+// A container read from a document of some size (it lies in an arena), or
+// one of many nodes, is copied into an arena of its own, which is then
+// freed in one step as well; scalars and small trees are copied into the
+// pool.
+JsonValue* TreeCopier::Copy(const JsonValue& value, bool toChange) {
+  if (!IsContainer(&value) || (!value.InArena() && !HasAtLeastNodes(value, kArenaCopyNodes))) {
+    JsonValue* copy = ShallowCopy(value);
+    if (IsContainer(copy)) CopyChildren(copy, &value);
     return copy;
   }
-  mjson::Arena* arena = mjson::Arena::Create(0);
+  mjson::Arena* arena = mjson::Arena::ForCopy(value, toChange);
   try {
-    JsonValue* copy = TreeCopier::ShallowCopy(value, arena);
-    TreeCopier::CopyChildren(copy, &value, arena);
+    // A copy to be changed gets room to grow by a few children at its
+    // root, where most changes of a script happen: a loop of appends or
+    // member sets then never moves the root's list.
+    const size_t room = toChange ? 4 + ContainerSize(value) / 16 : 0;
+    JsonValue* copy = ShallowCopy(value, arena, room);
+    CopyChildren(copy, &value, arena);
     arena->Seal(copy);
     return copy;
   } catch (...) {
@@ -396,8 +486,16 @@ JsonValue* JsonValue::CopyNoARefPtr(const JsonValue& value) {
   }
 }
 
+JsonValue* JsonValue::CopyNoARefPtr(const JsonValue& value) {
+  return TreeCopier::Copy(value, false);
+}
+
 JsonAutoRefPtr<JsonValue> JsonValue::Copy(const JsonValue& value) {
-  return JsonAutoRefPtr<JsonValue>(CopyNoARefPtr(value));
+  return JsonAutoRefPtr<JsonValue>(TreeCopier::Copy(value, false));
+}
+
+JsonAutoRefPtr<JsonValue> JsonValue::CopyToChange(const JsonValue& value) {
+  return JsonAutoRefPtr<JsonValue>(TreeCopier::Copy(value, true));
 }
 
 // ---------------------------------------------------------------------------

@@ -8,9 +8,11 @@ JSONObj::JSONObj(unsigned int typeId, Zentor::IContext*)
 JSONObj::JSONObj(unsigned int typeId, JsonValue::EJsonValueType type, Zentor::IContext*)
     : CustomType(typeId, kJSONName), fRoot(NewEmptyValue(type)) {}
 
+// The script functions make their changed copies this way, so the copy is
+// made to be changed (it stays cheap to free after the change).
 JSONObj::JSONObj(const JSONObj& other)
     : CustomType(other),
-      fRoot(other.fRoot ? JsonValue::Copy(*other.fRoot) : JsonAutoRefPtr<JsonValue>()) {}
+      fRoot(other.fRoot ? JsonValue::CopyToChange(*other.fRoot) : JsonAutoRefPtr<JsonValue>()) {}
 
 JSONObj::~JSONObj() = default;
 

@@ -6,13 +6,20 @@
 // uses after free show under the sanitizer stages.
 #include <gtest/gtest.h>
 
+#include <climits>
+#include <cstdlib>
 #include <functional>
 #include <string>
 #include <thread>
 #include <vector>
 
+#if defined(__linux__)
+#include <sys/resource.h>
+#endif
+
 #include "Mjson.h"
 #include "MjsonArena.h"
+#include "MjsonPool.h"
 #include "support/TestBarrier.h"
 
 namespace {
@@ -320,6 +327,221 @@ TEST(Arena, HoldersOnManyThreads) {
     for (std::thread& th : threads) th.join();
     for (int t = 0; t < kThreads; ++t) EXPECT_EQ(wrong[t], 0);
   }
+}
+
+// ---------------------------------------------------------------------------
+// Copies made to be changed
+
+// The same document in the pool, node by node: what a change to a copy
+// made to be changed must come to.
+ValuePtr InPool(const std::string& text) {
+  mjson::Arena::SetMinInput(SIZE_MAX);
+  ValuePtr v = FromText(text);
+  mjson::Arena::SetMinInput(mjson::Arena::kDefaultMinInput);
+  return v;
+}
+
+JsonObject* ObjectAt(JsonValue& doc, std::initializer_list<const char*> path) {
+  JsonValue* node = &doc;
+  for (const char* step : path) node = node->GetSubNode(step);
+  return static_cast<JsonObject*>(node);
+}
+JsonArray* Items(JsonValue& doc) {
+  return static_cast<JsonArray*>(doc.GetSubNode("items"));
+}
+
+// Each way a script function changes its copy, and a few that only the
+// native interface makes. `outside` is a node of other memory that the
+// change may store (shared).
+struct Change {
+  const char* name;
+  std::function<void(JsonValue& doc, const ValuePtr& outside)> apply;
+};
+const Change kChanges[] = {
+    {"a member of the root set",
+     [](JsonValue& doc, const ValuePtr& outside) {
+       static_cast<JsonObject&>(doc).InsertValue("added", outside, false);
+     }},
+    {"a member of the root replaced",
+     [](JsonValue& doc, const ValuePtr& outside) {
+       static_cast<JsonObject&>(doc).InsertValue("meta", outside, false);
+     }},
+    {"a member deep inside set, its key long",
+     [](JsonValue& doc, const ValuePtr& outside) {
+       ObjectAt(doc, {"items", "7"})->InsertValue(std::string(40, 'k'), outside, false);
+     }},
+    {"members set until the index and the list grow",
+     [](JsonValue& doc, const ValuePtr&) {
+       for (size_t i = 0; i < 200; ++i)
+         ObjectAt(doc, {"meta"})->InsertInteger("a key longer than inline " + Key(i), 7);
+     }},
+    {"elements appended until the list grows",
+     [](JsonValue& doc, const ValuePtr& outside) {
+       for (int i = 0; i < 300; ++i) Items(doc)->AddValue(outside);
+     }},
+    {"an element replaced",
+     [](JsonValue& doc, const ValuePtr& outside) { Items(doc)->SetValueAtIndex(3, outside); }},
+    {"an element inserted",
+     [](JsonValue& doc, const ValuePtr& outside) { Items(doc)->InsertValueAtIndex(0, outside); }},
+    {"an element erased", [](JsonValue& doc, const ValuePtr&) { Items(doc)->EraseAtIndex(5); }},
+    {"a member erased",
+     [](JsonValue& doc, const ValuePtr&) { ObjectAt(doc, {"meta"})->Erase("k3"); }},
+    {"a changed container replaced",
+     [](JsonValue& doc, const ValuePtr& outside) {
+       ObjectAt(doc, {"items", "2"})->InsertValue("x", outside, false);
+       Items(doc)->SetValueAtIndex(2, outside);
+     }},
+    {"members moved in",
+     [](JsonValue& doc, const ValuePtr& outside) {
+       JsonObject other(true);
+       other.InsertValue("moved", outside, false);
+       other.InsertString("a string longer than inline", "and a value longer than inline");
+       *ObjectAt(doc, {"meta"}) = std::move(other);
+     }},
+};
+
+// A document copied to be changed, then changed once, dies without a walk
+// over its nodes when nothing of it is held, and lets go of what the
+// change put in it; until then it reads as the same change made to a
+// document in the pool. The argument of the copy never changes.
+TEST(Arena, CopiesChangedOnceStillDieInOneStep) {
+  const std::string text = Document();
+  std::vector<Builder> builders(std::begin(kBuilders), std::end(kBuilders));
+  builders.push_back({"pool", [](const std::string& t) { return InPool(t); }});
+  for (const Builder& b : builders) {
+    const ValuePtr source = b.build(text);
+    const std::string sourceText = Text(*source);
+    for (const Change& c : kChanges) {
+      ValuePtr outside(new JsonString(std::string(40, 'o'), JsonString::Trusted{}));
+      ValuePtr copy = JsonValue::CopyToChange(*source);
+      ASSERT_TRUE(copy->InArena()) << b.name;
+      c.apply(*copy, outside);
+      ValuePtr expected = InPool(text);
+      c.apply(*expected, outside);
+      EXPECT_EQ(Text(*copy), Text(*expected)) << b.name << ", " << c.name;
+      expected = nullptr;
+      const uint64_t before = OneByOne();
+      copy = nullptr;
+      EXPECT_EQ(OneByOne(), before) << b.name << ", " << c.name;
+      EXPECT_EQ(outside->UseCount(), 1) << b.name << ", " << c.name;
+      EXPECT_EQ(Text(*source), sourceText) << b.name << ", " << c.name;
+    }
+  }
+}
+
+// A compiled object copied to be changed records its slots the same way.
+TEST(Arena, ChangedCompiledCopiesDieInOneStep) {
+  JsonCompiledObjectContext table;
+  table.AddKey("items", 0x10, nullptr);
+  const size_t extra = table.AddKey("extra", 0, nullptr);
+  ParserContext ctx;
+  ValuePtr source = JsonValue::ReadFromString(Document(), &ctx, &table);
+  ASSERT_TRUE(source && source->InArena()) << ctx.fError;
+  ValuePtr outside(new JsonString(std::string(40, 'o'), JsonString::Trusted{}));
+  ValuePtr copy = JsonValue::CopyToChange(*source);
+  static_cast<JsonCompiledObject&>(*copy).InsertValue(extra, outside);
+  EXPECT_EQ(Text(*copy->GetSubNode("extra")), Text(*outside));
+  const uint64_t before = OneByOne();
+  copy = nullptr;
+  EXPECT_EQ(OneByOne(), before);
+  EXPECT_EQ(outside->UseCount(), 1);
+}
+
+// Where the record gives up: more changed containers than it holds, or a
+// node held from outside. The copy then dies node by node as any changed
+// document, and what is held stays valid. A held node that dies before the
+// copy gives the one-step end back.
+TEST(Arena, ChangedCopiesWalkWhenTheyMust) {
+  const std::string text = Document();
+  ValuePtr source = FromText(text);
+  ValuePtr outside(new JsonString(std::string(40, 'o'), JsonString::Trusted{}));
+
+  ValuePtr copy = JsonValue::CopyToChange(*source);
+  for (int i = 0; i < 40; ++i) ObjectAt(*copy, {"items", std::to_string(i).c_str()})->Erase("id");
+  uint64_t before = OneByOne();
+  copy = nullptr;
+  EXPECT_GT(OneByOne(), before) << "many containers changed";
+
+  copy = JsonValue::CopyToChange(*source);
+  ValuePtr held = JsonShare(copy->GetSubNode("meta"));
+  const std::string heldText = Text(*held);
+  static_cast<JsonObject&>(*copy).InsertValue("added", outside, false);
+  before = OneByOne();
+  copy = nullptr;
+  EXPECT_GT(OneByOne(), before) << "a node held";
+  EXPECT_EQ(Text(*held), heldText);
+  held = nullptr;
+  EXPECT_EQ(outside->UseCount(), 1);
+
+  copy = JsonValue::CopyToChange(*source);
+  held = JsonShare(copy->GetSubNode("items")->GetSubNode("9"));
+  static_cast<JsonObject&>(*copy).InsertValue("added", outside, false);
+  Items(*copy)->EraseAtIndex(9);
+  held = nullptr;
+  before = OneByOne();
+  copy = nullptr;
+  EXPECT_EQ(OneByOne(), before) << "the held node died first";
+  EXPECT_EQ(outside->UseCount(), 1);
+}
+
+// A part of a copy held by another owner, taken out of the copy and changed
+// on another thread while the copy itself changes: both take their room
+// and record their changes in the same arena. (The thread sanitizer stage
+// checks that they do so safely.)
+TEST(Arena, PartsOfACopyChangedOnTwoThreads) {
+  const std::string text = Document();
+  ValuePtr source = FromText(text);
+  for (int round = 0; round < 20; ++round) {
+    ValuePtr copy = JsonValue::CopyToChange(*source);
+    ValuePtr part = JsonShare(copy->GetSubNode("items")->GetSubNode("4"));
+    Items(*copy)->EraseAtIndex(4);
+    TestBarrier barrier(2);
+    std::thread other([&] {
+      barrier.ArriveAndWait();
+      auto* object = static_cast<JsonObject*>(part.get());
+      for (int i = 0; i < 300; ++i) object->InsertInteger(Key(i), i);
+      object->InsertString("name", std::string(30, 'n'));
+    });
+    barrier.ArriveAndWait();
+    for (int i = 0; i < 300; ++i) Items(*copy)->AddInteger(i);
+    other.join();
+    EXPECT_EQ(ContainerSize(*part), 305u);
+    EXPECT_EQ(ContainerSize(*copy->GetSubNode("items")), 499u);
+    if (round % 2) std::swap(copy, part);  // either may die first
+    copy = nullptr;
+    part = nullptr;
+  }
+}
+
+// A loop that copies a document, changes it and drops the one before, as
+// a script's loop of edits does, takes its memory from what the copy before
+// left: once warm, it faults no pages in.
+TEST(Arena, LoopsOfEditsReuseTheirMemory) {
+#if defined(__linux__)
+  if (std::getenv("ZENTOR_EMULATED"))
+    GTEST_SKIP() << "under an emulator, page faults are the emulator's";
+  if (!mjson::pool::kPoolNodes) GTEST_SKIP() << "builds without the pool keep no blocks";
+  std::string text = "{";
+  for (int i = 0; i < 8000; ++i) text += (i ? ",\"" : "\"") + Key(i) + "\":" + std::to_string(i);
+  text += "}";
+  ValuePtr doc = FromText(text);
+  auto edit = [&](int i) {
+    ValuePtr copy = JsonValue::CopyToChange(*doc);
+    static_cast<JsonObject&>(*copy).InsertInteger("new " + Key(i), i);
+    doc = copy;
+  };
+  auto faults = [] {
+    rusage usage{};
+    getrusage(RUSAGE_THREAD, &usage);
+    return usage.ru_minflt;
+  };
+  for (int i = 0; i < 10; ++i) edit(i);
+  const long warm = faults();
+  for (int i = 10; i < 60; ++i) edit(i);
+  EXPECT_LT(faults() - warm, 10) << "page faults in 50 edits of a warm loop";
+#else
+  GTEST_SKIP() << "page faults are counted on Linux only";
+#endif
 }
 
 }  // namespace
