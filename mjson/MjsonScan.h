@@ -71,9 +71,8 @@ inline bool ShortHasSpecial(const char* p, size_t n) {
 }
 
 // Skips a run of blanks (0x20) at `p` in blocks and words, for
-// indentation: returns the first byte that is not a blank, or a position
-// fewer than eight bytes before `end` from which the caller goes on byte by
-// byte.
+// indentation: returns the first byte that is not a blank or a position at
+// most seven bytes before it, from which the caller goes on byte by byte.
 inline const char* SkipBlanks(const char* p, const char* end) {
   while (end - p >= 16) {
     const vec::Mask blanks = vec::Equal(vec::Load(p), ' ');
@@ -104,8 +103,8 @@ inline bool ShortIsAscii(const char* p, size_t n) {
 }
 
 // Skips ASCII at `p` in blocks and words: returns the first byte of 0x80
-// and above, or a position fewer than eight bytes before `end` from which
-// the caller goes on byte by byte.
+// and above or a position at most seven bytes before it, from which the
+// caller goes on byte by byte.
 inline const char* SkipAscii(const char* p, const char* end) {
   while (end - p >= 16) {
     const vec::Mask high = vec::NonAscii(vec::Load(p));
