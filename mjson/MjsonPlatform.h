@@ -63,7 +63,7 @@ inline void SpinPause() {
 #if defined(__x86_64__) || defined(__i386__)
   __builtin_ia32_pause();
 #elif defined(__aarch64__)
-  asm volatile("yield" ::: "memory");
+  __asm__ __volatile__("yield" ::: "memory");
 #endif
 }
 

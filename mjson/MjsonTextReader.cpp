@@ -30,8 +30,7 @@ void JsonValue::SkipWhitespace(const std::string& text, ParserContext& ctx) {
     char c = data[p];
     if (static_cast<unsigned char>(c) > ' ') break;
     if (c == ' ' || c == '\t') {
-      ++p;
-      p = static_cast<size_t>(mjson::detail::SkipBlanks(data + p, data + n) - data);
+      p = SkipBlanks(data, p + 1, n);  // indentation comes in runs of blanks
     } else if (c == '\n' || c == '\r') {
       ++p;
       // CR LF and LF CR are one break; CR CR is two.

@@ -145,10 +145,6 @@ inline unsigned FirstSet(Mask m) {
 inline unsigned FirstClear(Mask m) {
   return static_cast<unsigned>(__builtin_ctz(~Bits(m)));
 }
-inline uint64_t Bits64(Mask a, Mask b, Mask c, Mask d) {
-  return Bits(a) | static_cast<uint64_t>(Bits(b)) << 16 | static_cast<uint64_t>(Bits(c)) << 32 |
-         static_cast<uint64_t>(Bits(d)) << 48;
-}
 
 #elif defined(MJSON_VECTOR_NEON)
 
@@ -283,11 +279,15 @@ inline unsigned FirstClear(Mask m) {
 inline uint32_t Bits(Mask m) {
   return LaneBits(m.lo) | LaneBits(m.hi) << 8;
 }
+
+#endif
+
+#if !defined(MJSON_VECTOR_NEON)
+// Four blocks' flags in one word, the first block's in the low bits.
 inline uint64_t Bits64(Mask a, Mask b, Mask c, Mask d) {
   return Bits(a) | static_cast<uint64_t>(Bits(b)) << 16 | static_cast<uint64_t>(Bits(c)) << 32 |
          static_cast<uint64_t>(Bits(d)) << 48;
 }
-
 #endif
 
 }  // namespace mjson::detail::vec
