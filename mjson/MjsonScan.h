@@ -134,21 +134,39 @@ inline bool Utf8BlockOk(vec::Block b, uint32_t& carry) {
   return !never && (wanted & 0xFFFF) == cont;
 }
 
+// The same rule over sixty-four bytes, four blocks, with the lanes of each
+// kind gathered into one word: a quarter of the gathering that four calls of
+// the above make (NEON has no single instruction for it).
+inline bool Utf8ChunkOk(vec::Block a, vec::Block b, vec::Block c, vec::Block d, uint64_t& carry) {
+  auto lanes = [&](uint8_t bits, uint8_t value) {
+    return vec::Bits64(vec::MaskedEqual(a, bits, value), vec::MaskedEqual(b, bits, value),
+                       vec::MaskedEqual(c, bits, value), vec::MaskedEqual(d, bits, value));
+  };
+  const uint64_t cont = lanes(0xC0, 0x80);
+  const uint64_t lead2 = lanes(0xC0, 0xC0);
+  const uint64_t lead3 = lanes(0xE0, 0xE0);
+  const uint64_t lead4 = lanes(0xF0, 0xF0);
+  const vec::Mask never = vec::MaskedEqual(a, 0xF8, 0xF8) | vec::MaskedEqual(b, 0xF8, 0xF8) |
+                          vec::MaskedEqual(c, 0xF8, 0xF8) | vec::MaskedEqual(d, 0xF8, 0xF8);
+  const uint64_t wanted = (lead2 << 1) | (lead3 << 2) | (lead4 << 3) | carry;
+  carry = (lead2 >> 63) | (lead3 >> 62) | (lead4 >> 61);
+  return !vec::Any(never) && wanted == cont;
+}
+
 // True when `data[0, n)` is UTF-8 by the rule above: a fast screen only,
 // the exact answer (and the position of a fault) comes from the walk.
 inline bool Utf8BlocksOk(const char* data, size_t n) {
-  uint32_t carry = 0;
+  uint64_t wide = 0;
   size_t i = 0;
   for (; n - i >= 64; i += 64) {
     const vec::Block a = vec::Load(data + i);
     const vec::Block b = vec::Load(data + i + 16);
     const vec::Block c = vec::Load(data + i + 32);
     const vec::Block d = vec::Load(data + i + 48);
-    if (carry == 0 && !vec::Any(vec::NonAscii((a | b) | (c | d)))) continue;  // all ASCII
-    if (!Utf8BlockOk(a, carry) || !Utf8BlockOk(b, carry) || !Utf8BlockOk(c, carry) ||
-        !Utf8BlockOk(d, carry))
-      return false;
+    if (wide == 0 && !vec::Any(vec::NonAscii((a | b) | (c | d)))) continue;  // all ASCII
+    if (!Utf8ChunkOk(a, b, c, d, wide)) return false;
   }
+  uint32_t carry = static_cast<uint32_t>(wide);
   for (; n - i >= 16; i += 16)
     if (!Utf8BlockOk(vec::Load(data + i), carry)) return false;
   if (i == n) return carry == 0;
