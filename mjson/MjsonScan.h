@@ -155,7 +155,10 @@ inline bool Utf8ChunkOk(vec::Block a, vec::Block b, vec::Block c, vec::Block d, 
 
 // True when `data[0, n)` is UTF-8 by the rule above: a fast screen only,
 // the exact answer (and the position of a fault) comes from the walk.
-inline bool Utf8BlocksOk(const char* data, size_t n) {
+// Inline in its caller, the check of every string value a reader makes: as
+// a call of its own it cost a MessagePack read of twitter 1% more
+// instructions.
+[[gnu::always_inline]] inline bool Utf8BlocksOk(const char* data, size_t n) {
   uint64_t wide = 0;
   size_t i = 0;
   for (; n - i >= 64; i += 64) {
