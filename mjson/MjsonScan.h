@@ -166,7 +166,7 @@ inline bool Utf8ChunkOk(vec::Block a, vec::Block b, vec::Block c, vec::Block d, 
     const vec::Block b = vec::Load(data + i + 16);
     const vec::Block c = vec::Load(data + i + 32);
     const vec::Block d = vec::Load(data + i + 48);
-    if (wide == 0 && !vec::Any(vec::NonAscii((a | b) | (c | d)))) continue;  // all ASCII
+    if (wide == 0 && !vec::AnyNonAscii((a | b) | (c | d))) continue;  // all ASCII
     if (!Utf8ChunkOk(a, b, c, d, wide)) return false;
   }
   uint32_t carry = static_cast<uint32_t>(wide);
@@ -175,7 +175,7 @@ inline bool Utf8ChunkOk(vec::Block a, vec::Block b, vec::Block c, vec::Block d, 
   if (i == n) return carry == 0;
   // An ASCII tail with nothing asked of it passes, checked with a load
   // that reaches back over bytes already checked.
-  if (carry == 0 && n >= 16 && !vec::Any(vec::NonAscii(vec::Load(data + n - 16)))) return true;
+  if (carry == 0 && n >= 16 && !vec::AnyNonAscii(vec::Load(data + n - 16))) return true;
   // The tail, zero padded: a zero byte is no continuation, so a sequence
   // cut short by the end fails here, as does a request still in `carry`.
   alignas(16) char tail[16] = {};

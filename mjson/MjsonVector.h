@@ -127,6 +127,10 @@ inline Mask MaskedEqual(Block b, uint8_t bits, uint8_t value) {
 inline Mask NonAscii(Block b) {
   return {b.v};
 }
+// Whether any lane is 0x80 or above: the test of text for pure ASCII.
+inline bool AnyNonAscii(Block b) {
+  return _mm_movemask_epi8(b.v) != 0;
+}
 
 inline uint32_t Bits(Mask m) {
   return static_cast<uint32_t>(_mm_movemask_epi8(m.v));
@@ -182,6 +186,10 @@ inline Mask MaskedEqual(Block b, uint8_t bits, uint8_t value) {
 }
 inline Mask NonAscii(Block b) {
   return {vcltzq_s8(vreinterpretq_s8_u8(b.v))};
+}
+// The largest lane says it in one instruction.
+inline bool AnyNonAscii(Block b) {
+  return vmaxvq_u8(b.v) >= 0x80;
 }
 
 // NEON has no byte mask move. Narrowing each 16-bit pair of lanes by four
@@ -261,6 +269,9 @@ inline Mask MaskedEqual(Block b, uint8_t bits, uint8_t value) {
 }
 inline Mask NonAscii(Block b) {
   return {b.lo & kHighs, b.hi & kHighs};
+}
+inline bool AnyNonAscii(Block b) {
+  return ((b.lo | b.hi) & kHighs) != 0;
 }
 
 inline bool Any(Mask m) {

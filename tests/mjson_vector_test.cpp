@@ -115,6 +115,13 @@ TEST(VectorLayer, MasksAgreeWithBytes) {
   }
 }
 
+TEST(VectorLayer, AsciiTestAgreesWithBytes) {
+  for (const std::string& block : TestBlocks())
+    ASSERT_EQ(vec::AnyNonAscii(vec::Load(block.data())),
+              ReferenceBits(block, [](unsigned char c) { return c >= 0x80; }) != 0)
+        << testing::PrintToString(block);
+}
+
 TEST(VectorLayer, SixtyFourBitsGatherFourBlocksInOrder) {
   const std::vector<std::string> blocks = TestBlocks();
   for (size_t i = 0; i + 4 <= blocks.size(); i += 3) {
