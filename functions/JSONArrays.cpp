@@ -34,7 +34,7 @@ JSONObjRef JsonArrayAt(const JSONObjRef& json, unsigned long long index,
   if (index >= values.size()) {
     Report(context, kSeverityError, kErrorException, "Index is out of bounds");
   } else if (JsonValue* element = values[index]) {
-    result->fRoot = JsonShare(element);
+    result->fRoot = mjson::JsonShare(element);
   } else {
     Report(context, kSeverityError, kErrorException,
            "Error while accessing element at given index");
@@ -117,7 +117,8 @@ JSONObjRef UnionArrays(const JSONObjRef& first, const JSONObjRef& second,
   }
   JSONObjRef result = CopyOf(first);
   JsonArray* array = AsArray(result->fRoot);
-  for (JsonValue* element : AsArray(second->fRoot)->Values()) array->AddValue(JsonShare(element));
+  for (JsonValue* element : AsArray(second->fRoot)->Values())
+    array->AddValue(mjson::JsonShare(element));
   return result;
 }
 
@@ -200,7 +201,7 @@ JSONObjRef FindElement(const JSONObjRef& json, const std::string& key, unsigned 
     if (!element) continue;
     const JsonValue* member = PeekMember(element, key);
     if (member && matches(*member)) {
-      result->fRoot = JsonShare(element);
+      result->fRoot = mjson::JsonShare(element);
       break;
     }
   }

@@ -11,11 +11,11 @@ unsigned long long JsonSize(const JSONObjRef& json, Zentor::IContext* context) {
     Report(context, kSeverityWarning, kErrorNoObject, "No JSON object given!");
     return 0;
   }
-  return ContainerSize(*root);
+  return mjson::ContainerSize(*root);
 }
 
 bool IsEmpty(const JSONObjRef& json) {
-  return IsEmptyValue(json->fRoot.get());
+  return mjson::IsEmptyValue(json->fRoot.get());
 }
 
 bool Empty(const JSONObjRef& json) {

@@ -4,7 +4,7 @@
 #include "JSONFunctions.h"
 
 JsonValue* JSONFunctions::PeekMember(const JsonValue* container, const std::string& key) {
-  return container ? MemberOf(*container, key) : nullptr;
+  return container ? mjson::MemberOf(*container, key) : nullptr;
 }
 
 using namespace JSONFunctions;
@@ -21,7 +21,8 @@ JSONObjRef JsonObjectGet(const JSONObjRef& json, const std::string& key,
   static const unsigned int jsonTypeId = FindJSONTypeId(context);
   // A missing member reads as the empty string; JSON.HasMember tells the two apart.
   JSONObjRef result = NewJSONObj(jsonTypeId, JsonValue::String, context);
-  if (JsonValue* member = PeekMember(json->fRoot.get(), key)) result->fRoot = JsonShare(member);
+  if (JsonValue* member = PeekMember(json->fRoot.get(), key))
+    result->fRoot = mjson::JsonShare(member);
   return result;
 }
 

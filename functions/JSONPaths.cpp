@@ -106,7 +106,7 @@ JSONObjRef FindNode(const JSONObjRef& json, Path path, unsigned int jsonTypeId,
       return result;
     }
   }
-  if (current) result->fRoot = JsonShare(current);
+  if (current) result->fRoot = mjson::JsonShare(current);
   return result;
 }
 

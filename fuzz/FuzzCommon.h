@@ -26,7 +26,7 @@ inline void ApplyOptions(unsigned char options, ParserContext& ctx) {
   ctx.fNoUTF8Check = options & 0x08;
   ctx.fCheckInputUTF8 = !(options & 0x10);
   // Most fuzz inputs are short: half of them are read into arenas anyway.
-  mjson::Arena::SetMinInput((options & 0x80) ? 0 : mjson::Arena::kDefaultMinInput);
+  mjson::detail::Arena::SetMinInput((options & 0x80) ? 0 : mjson::detail::Arena::kDefaultMinInput);
 }
 
 // A small key table with nesting, arrays, plain objects and required keys.
@@ -130,7 +130,7 @@ inline void CheckHeldChildOutlivesDocument(JsonAutoRefPtr<JsonValue>& value) {
     value = nullptr;
     return;
   }
-  JsonAutoRefPtr<JsonValue> held = JsonShare(const_cast<JsonValue*>(child));
+  JsonAutoRefPtr<JsonValue> held = mjson::JsonShare(const_cast<JsonValue*>(child));
   JsonAutoRefPtr<JsonValue> expected = JsonValue::Copy(*child);
   value = nullptr;
   FUZZ_CHECK(*held == *expected);

@@ -10,7 +10,7 @@
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   std::string text(reinterpret_cast<const char*>(data), size);
   // Inputs of odd length are read into arenas however short they are.
-  mjson::Arena::SetMinInput(size % 2 ? 0 : mjson::Arena::kDefaultMinInput);
+  mjson::detail::Arena::SetMinInput(size % 2 ? 0 : mjson::detail::Arena::kDefaultMinInput);
   ParserContext ctx;
   ctx.fKeepObjectOrder = true;
   JsonAutoRefPtr<JsonValue> value = JsonValue::ReadFromString(text, &ctx, nullptr);

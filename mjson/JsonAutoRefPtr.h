@@ -12,7 +12,7 @@
 #include <cstdint>
 #include <utility>
 
-namespace mjson::pool {
+namespace mjson::detail::pool {
 struct PendingDeletes;
 }
 
@@ -81,7 +81,7 @@ class JsonUseCounted {
   // Ends this object once its last reference is gone: deletes it, unless a
   // subclass knows better where its memory goes. `pending` is the queue of
   // the deletion under way (see Destroy), null where there is none.
-  virtual void Dispose(mjson::pool::PendingDeletes* pending) const noexcept {
+  virtual void Dispose(mjson::detail::pool::PendingDeletes* pending) const noexcept {
     (void)pending;
     delete this;
   }
@@ -173,6 +173,8 @@ class JsonAutoRefPtr {
   T* fPtr;
 };
 
+namespace mjson {
+
 // A new owner of a value that somebody else already owns (a container's
 // element, say): adds a reference. Null stays null.
 template <class T>
@@ -180,6 +182,8 @@ JsonAutoRefPtr<T> JsonShare(T* p) noexcept {
   if (p) p->AddRef();
   return JsonAutoRefPtr<T>(p);
 }
+
+}  // namespace mjson
 
 template <class T, class U>
 bool operator==(const JsonAutoRefPtr<T>& a, const JsonAutoRefPtr<U>& b) noexcept {

@@ -8,6 +8,8 @@
 
 #include "Mjson.h"
 
+namespace mjson::detail {
+
 // How a proxy (below) reads and stores for each kind of container. Stores
 // adopt the reference they are given. Strings differ on purpose: an object
 // or compiled object refuses bytes that are not UTF-8, an array stores the
@@ -63,7 +65,8 @@ class JsonRef {
  public:
   using Key = typename Rules::Key;
 
-  JsonRef(Container* container, Key key) : fContainer(JsonShare(container)), fKey(std::move(key)) {
+  JsonRef(Container* container, Key key)
+      : fContainer(mjson::JsonShare(container)), fKey(std::move(key)) {
     if (fContainer) fValue = Rules::Read(*fContainer, fKey);
   }
   JsonRef(const JsonRef& other) = default;
@@ -71,7 +74,7 @@ class JsonRef {
   const JsonAutoRefPtr<JsonValue>& Value() const { return fValue; }
 
   JsonRef& operator=(const JsonAutoRefPtr<JsonValue>& value) {
-    if (fContainer) Rules::Store(*fContainer, fKey, JsonShare(value.get()).release());
+    if (fContainer) Rules::Store(*fContainer, fKey, mjson::JsonShare(value.get()).release());
     return *this;
   }
   JsonRef& operator=(const std::string& value) {
@@ -103,6 +106,8 @@ class JsonRef {
   JsonAutoRefPtr<JsonValue> fValue;
 };
 
-using ObjectRef = JsonRef<JsonObject>;
-using ArrayRef = JsonRef<JsonArray>;
-using CompObjectRef = JsonRef<JsonCompiledObject>;
+}  // namespace mjson::detail
+
+using ObjectRef = mjson::detail::JsonRef<JsonObject>;
+using ArrayRef = mjson::detail::JsonRef<JsonArray>;
+using CompObjectRef = mjson::detail::JsonRef<JsonCompiledObject>;

@@ -9,6 +9,12 @@
 // Nothing here recurses over the nesting depth of a document: parsing,
 // writing, copying, comparing and freeing all keep their own stacks on the
 // heap, so a document nested a million levels deep costs memory, not stack.
+//
+// What a program may use: the classes and free functions at global scope
+// (the values, ParserContext, JsonAutoRefPtr, BigEndianWriter, the proxies
+// of JsonRef.h) and the few conveniences in namespace mjson. Everything in
+// mjson::detail is the library's own machinery: the classes embed some of
+// it, so it has to be seen here, but it may change in any release.
 #pragma once
 
 #include <atomic>
@@ -23,14 +29,10 @@
 #include "JsonAutoRefPtr.h"
 #include "MjsonDetail.h"
 
-// Reports a failed internal check the way the C library's assert does and
-// ends the process. Used for the few checks that stay on in release builds.
-[[noreturn]] void MjsonAssertionFailed(const char* expression, const char* file, unsigned line,
-                                       const char* function) noexcept;
-
-namespace mjson {
+namespace mjson::detail {
 class Arena;
-}
+class TreeCopier;
+}  // namespace mjson::detail
 
 class BigEndianWriter;
 class JsonObject;
@@ -38,20 +40,30 @@ class JsonArray;
 class JsonCompiledObject;
 class JsonCompiledObjectContext;
 class ObjectStepper;
-class TreeCopier;
 
-// Per-parse state shared by the text parser and the MessagePack reader.
+// Per-parse state shared by the text parser and the MessagePack reader:
+// results that every parse sets afresh (Reset) and options that the caller
+// sets once. The two kinds are interleaved, in this order, for programs
+// that initialise the fields by position.
 struct ParserContext {
+  // Results.
   size_t fPosition = 0;   // offset of the next byte; where a failed parse stopped
   size_t fLine = 0;       // line breaks passed while skipping whitespace (zero-based)
   size_t fLineStart = 0;  // offset just after the last counted line break
   std::string fError;     // empty while no error occurred
-  bool fFailOnDuplicateKey = false;
-  bool fDetectMsgPack = false;
-  bool fKeepObjectOrder = false;
+  // Options.
+  bool fFailOnDuplicateKey = false;  // a refused insertion fails the parse
+  bool fDetectMsgPack = false;       // ReadFromString hands MessagePack input on
+  bool fKeepObjectOrder = false;     // objects keep insertion order
+  // Strings are taken as they are, UTF-8 or not. Overrides the next option.
   bool fNoUTF8Check = false;
+  // Result: the whole input was consumed by a successful parse.
   bool fCompleted = false;
+  // Option: the input is checked once as a whole before parsing, so that
+  // its strings need no check of their own when it is valid; when it is
+  // not, or when this is off, each string is checked as it is read.
   bool fCheckInputUTF8 = true;
+  // Result of that check.
   bool fInputIsUTF8 = false;
 
   // Clears the per-parse results and keeps the option flags, so one
@@ -193,12 +205,14 @@ class JsonValue : public JsonUseCounted {
   }
   // The arena that a container about to grow its list takes the room
   // from, or null for the pool.
-  mjson::Arena* GrowthArena() const { return (fType & kInArena) ? RecordingArena() : nullptr; }
+  mjson::detail::Arena* GrowthArena() const {
+    return (fType & kInArena) ? RecordingArena() : nullptr;
+  }
 
-  void Dispose(mjson::pool::PendingDeletes* pending) const noexcept override;
+  void Dispose(mjson::detail::pool::PendingDeletes* pending) const noexcept override;
 
  private:
-  friend class mjson::Arena;
+  friend class mjson::detail::Arena;
   // The type byte holds the type in its low bits and, above them, where the
   // node's memory lives: in an arena, and whether the node is the root of
   // its arena's tree. Both are set before anybody else sees the node.
@@ -210,7 +224,7 @@ class JsonValue : public JsonUseCounted {
 
   [[gnu::noinline]] void NoteEscape() const noexcept;
   [[gnu::noinline]] void NoteArenaChange(size_t from) const noexcept;
-  mjson::Arena* RecordingArena() const noexcept;
+  mjson::detail::Arena* RecordingArena() const noexcept;
 
   // Declared first so that it and the spare bits below fill the tail of the
   // reference count's word: the whole header is two words.
@@ -239,13 +253,13 @@ class JsonString final : public JsonValue {
   // Trusted bytes, no check; used where the bytes are already known to be valid.
   struct Trusted {};
   JsonString(std::string_view s, Trusted) : JsonValue(String), fValue(s) {}
-  JsonString(CompactString&& s, Trusted) : JsonValue(String), fValue(std::move(s)) {}
+  JsonString(mjson::detail::CompactString&& s, Trusted) : JsonValue(String), fValue(std::move(s)) {}
   // Built in place, a longer string kept in `arena` (when given).
-  JsonString(const char* p, size_t n, mjson::Arena* arena, Trusted)
+  JsonString(const char* p, size_t n, mjson::detail::Arena* arena, Trusted)
       : JsonValue(String), fValue(p, n, arena) {}
   JsonString(const JsonString&) = default;
   // A copy, a longer string kept in `arena` (when given).
-  JsonString(const JsonString& other, mjson::Arena* arena)
+  JsonString(const JsonString& other, mjson::detail::Arena* arena)
       : JsonValue(String), fValue(other.fValue, arena) {}
 
   void Get(std::string& out) const { out.assign(fValue.Data(), fValue.Size()); }
@@ -257,7 +271,7 @@ class JsonString final : public JsonValue {
   void AppendToMsgPack(BigEndianWriter* writer) const override;
 
  private:
-  CompactString fValue;
+  mjson::detail::CompactString fValue;
 };
 
 class JsonInteger final : public JsonValue {
@@ -320,7 +334,7 @@ class JsonReal final : public JsonValue {
   // only passed through is written back exactly as it was read.
   JsonReal(std::string&& text, int digits);
   // The same, with the text kept in `arena` when there is one.
-  JsonReal(std::string_view text, int digits, mjson::Arena* arena);
+  JsonReal(std::string_view text, int digits, mjson::detail::Arena* arena);
   JsonReal(uint64_t digitsValue, const Shape& shape, int digits);
   // The copy starts in the state the source is in now: pending text stays
   // pending, a settled value stays settled.
@@ -328,7 +342,7 @@ class JsonReal final : public JsonValue {
   // A copy whose pending text, if any, is kept in `arena`. A settled real
   // (the common case in copies) changes no more: its words are copied as
   // they are.
-  JsonReal(const JsonReal& other, mjson::Arena* arena) : JsonValue(Real) {
+  JsonReal(const JsonReal& other, mjson::detail::Arena* arena) : JsonValue(Real) {
     const uint8_t state = other.StateByte().load(std::memory_order_acquire);
     if ((state & kStateMask) == kSettled) [[likely]] {
       fAux8 = state;
@@ -437,9 +451,9 @@ class JsonReal final : public JsonValue {
     fAux16 = static_cast<uint16_t>(form >> 8);
   }
   [[gnu::noinline]] double SettleAndGet() const;
-  void CopyText(const Form& form, mjson::Arena* arena);
-  [[gnu::noinline]] void CopyUnsettled(const JsonReal& other, mjson::Arena* arena);
-  void SetText(std::string_view text, int digits, mjson::Arena* arena);
+  void CopyText(const Form& form, mjson::detail::Arena* arena);
+  [[gnu::noinline]] void CopyUnsettled(const JsonReal& other, mjson::detail::Arena* arena);
+  void SetText(std::string_view text, int digits, mjson::detail::Arena* arena);
   static void DeleteText(uint64_t bits);
   static int DigitsOf(const Form& form);
   void AppendSettledOrText(const Form& form, std::string& out) const;
@@ -500,19 +514,19 @@ class JsonObject final : public JsonValue {
  public:
   struct Member {
     Member() = default;
-    Member(CompactString&& k, JsonValue* v) : key(std::move(k)), value(v) {}
-    Member(const CompactString& k, JsonValue* v) : key(k), value(v) {}
+    Member(mjson::detail::CompactString&& k, JsonValue* v) : key(std::move(k)), value(v) {}
+    Member(const mjson::detail::CompactString& k, JsonValue* v) : key(k), value(v) {}
     // The key built in place: the parsers add members this way.
     Member(const char* k, size_t n) : key(k, n) {}
-    Member(const char* k, size_t n, mjson::Arena* arena) : key(k, n, arena) {}
+    Member(const char* k, size_t n, mjson::detail::Arena* arena) : key(k, n, arena) {}
     // A copy of `other`'s key (kept in `arena`, when given) with `v`.
-    Member(const Member& other, mjson::Arena* arena, JsonValue* v)
+    Member(const Member& other, mjson::detail::Arena* arena, JsonValue* v)
         : key(other.key, arena), value(v) {}
 
-    CompactString key;
+    mjson::detail::CompactString key;
     JsonValue* value = nullptr;  // owns one reference
   };
-  using MemberList = NodeList<Member>;
+  using MemberList = mjson::detail::NodeList<Member>;
 
   explicit JsonObject(bool keepOrder);
   JsonObject(const JsonObject& other);
@@ -594,22 +608,23 @@ class JsonObject final : public JsonValue {
   void AdoptMembers(Member* first, size_t count);
   // The same for an object being built in `arena`: the members' storage
   // and index come from the arena.
-  void AdoptMembers(Member* first, size_t count, mjson::Arena* arena);
+  void AdoptMembers(Member* first, size_t count, mjson::detail::Arena* arena);
 
  private:
   friend class ObjectStepper;
-  friend class mjson::Arena;
-  friend class TreeCopier;
+  friend class mjson::detail::Arena;
+  friend class mjson::detail::TreeCopier;
   static constexpr size_t kNotFound = SIZE_MAX;
   size_t Find(std::string_view key) const;
-  void Store(CompactString&& key, JsonValue* value);  // adopts value, never null
+  void Store(mjson::detail::CompactString&& key, JsonValue* value);  // adopts value, never null
   void EraseAt(size_t pos);
   void RebuildIndex();
-  static uint32_t* NewIndex(uint32_t hash, size_t members, mjson::Arena* arena, bool side = false);
+  static uint32_t* NewIndex(uint32_t hash, size_t members, mjson::detail::Arena* arena,
+                            bool side = false);
   // The index of `source`, whose copy this object's members are.
-  void CopyIndex(const JsonObject& source, mjson::Arena* arena);
-  void RebuildIndex(uint32_t hash, mjson::Arena* arena = nullptr);
-  void Store(CompactString&& key, JsonValue* value, mjson::Arena* arena);
+  void CopyIndex(const JsonObject& source, mjson::detail::Arena* arena);
+  void RebuildIndex(uint32_t hash, mjson::detail::Arena* arena = nullptr);
+  void Store(mjson::detail::CompactString&& key, JsonValue* value, mjson::detail::Arena* arena);
   void DropIndex();
   void ClearMembers();
 
@@ -623,8 +638,8 @@ class JsonObject final : public JsonValue {
   uint32_t* Index() const { return fIndex.load(std::memory_order_relaxed); }  // changers only
   void SetIndex(uint32_t* index) { fIndex.store(index, std::memory_order_relaxed); }
   const uint32_t* LookupIndex() const;
-  uint32_t* BuildIndex(uint32_t hash, mjson::Arena* arena, bool side = false) const;
-  static uint32_t* AllocateIndex(size_t words, mjson::Arena* arena, bool side);
+  uint32_t* BuildIndex(uint32_t hash, mjson::detail::Arena* arena, bool side = false) const;
+  static uint32_t* AllocateIndex(size_t words, mjson::detail::Arena* arena, bool side);
   static void* SideBlockOf(uint32_t* index);
   static void FreeIndex(uint32_t* index, bool side);
 };
@@ -665,7 +680,7 @@ class JsonArray final : public JsonValue {
 
   size_t Size() const { return fValues.size(); }
   bool Empty() const { return fValues.empty(); }
-  const JsonValueList& Values() const { return fValues; }
+  const mjson::detail::JsonValueList& Values() const { return fValues; }
 
   void ForEach(
       const std::function<void(size_t index, const JsonAutoRefPtr<JsonValue>& value)>& fn) const;
@@ -695,13 +710,13 @@ class JsonArray final : public JsonValue {
   void AdoptValues(JsonValue* const* first, size_t count);
   // The same for an empty array being built in `arena`, with the list's
   // storage from the arena.
-  void AdoptValues(JsonValue* const* first, size_t count, mjson::Arena* arena);
+  void AdoptValues(JsonValue* const* first, size_t count, mjson::detail::Arena* arena);
 
  private:
-  friend class mjson::Arena;
-  friend class TreeCopier;
+  friend class mjson::detail::Arena;
+  friend class mjson::detail::TreeCopier;
   void Append(JsonValue* value);  // adopts, never null
-  JsonValueList fValues;
+  mjson::detail::JsonValueList fValues;
 };
 
 // The shared key table of compiled objects.
@@ -734,7 +749,7 @@ class JsonCompiledObject final : public JsonValue {
  public:
   explicit JsonCompiledObject(const JsonCompiledObjectContext* context);
   // One being built in `arena`, with its slots' storage from the arena.
-  JsonCompiledObject(const JsonCompiledObjectContext* context, mjson::Arena* arena);
+  JsonCompiledObject(const JsonCompiledObjectContext* context, mjson::detail::Arena* arena);
   JsonCompiledObject(const JsonCompiledObject& other);
   JsonCompiledObject& operator=(const JsonCompiledObject& other);
   ~JsonCompiledObject() override;
@@ -770,7 +785,7 @@ class JsonCompiledObject final : public JsonValue {
   bool Empty() const { return fCountFilled == 0; }
   size_t SlotCount() const { return fSlots.size(); }
   const JsonCompiledObjectContext* Context() const { return fContext; }
-  const JsonValueList& Slots() const { return fSlots; }
+  const mjson::detail::JsonValueList& Slots() const { return fSlots; }
 
   void ForEach(
       const std::function<void(size_t index, const JsonAutoRefPtr<JsonValue>& value)>& fn) const;
@@ -792,12 +807,15 @@ class JsonCompiledObject final : public JsonValue {
                                      ParserContext& ctx, const JsonCompiledObjectContext* compiled);
 
  private:
-  friend class mjson::Arena;
-  friend class TreeCopier;
+  friend class mjson::detail::Arena;
+  friend class mjson::detail::TreeCopier;
   const JsonCompiledObjectContext* fContext;
   size_t fCountFilled;
-  JsonValueList fSlots;
+  mjson::detail::JsonValueList fSlots;
 };
+
+// Conveniences of this library of its own, beyond the classes above.
+namespace mjson {
 
 // A fresh value of `type` that holds nothing: the empty string, 0, 0.0, an
 // object that keeps no order, an empty array, true, false; null for Null
@@ -814,6 +832,8 @@ size_t ContainerSize(const JsonValue& value);
 // True for no value at all, null, the empty string and empty containers;
 // numbers and booleans are never empty.
 bool IsEmptyValue(const JsonValue* value);
+
+}  // namespace mjson
 
 // A new reference to `value` when it has the named type, else null.
 JsonAutoRefPtr<JsonObject> ConvertToObject(const JsonAutoRefPtr<JsonValue>& value);

@@ -3,22 +3,14 @@
 
 #include <algorithm>
 #include <cstring>
-#include <thread>
 
 #include "MjsonInternal.h"
 
-#if defined(__SANITIZE_ADDRESS__)
-#define MJSON_POISON 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define MJSON_POISON 1
-#endif
-#endif
-#if defined(MJSON_POISON)
+#if defined(MJSON_ADDRESS_SANITIZER)
 #include <sanitizer/asan_interface.h>
 #endif
 
-namespace mjson {
+namespace mjson::detail {
 
 namespace {
 
@@ -31,7 +23,7 @@ constexpr size_t kMaxFirstChunk = 16 * 1024;
 constexpr size_t kFirstDataChunk = 1024;
 
 // After an arena this large dies, the C library is asked to give free pages
-// back to the system (see pool::ReturnFreedPages); below it a program that
+// back to the system (see ReturnFreedPages); below it a program that
 // parses and frees documents in a loop keeps reusing the same memory.
 constexpr size_t kTrimAfterBytes = 16 << 20;
 
@@ -44,7 +36,7 @@ size_t RoundUp(size_t n, size_t to) {
 // The memory of a destroyed node stays in its chunk until the arena goes;
 // under AddressSanitizer a later use of it is still an error it reports.
 void Poison(const void* p, size_t bytes) {
-#if defined(MJSON_POISON)
+#if defined(MJSON_ADDRESS_SANITIZER)
   ASAN_POISON_MEMORY_REGION(p, bytes);
 #else
   (void)p;
@@ -163,18 +155,14 @@ void Arena::Free() noexcept {
     const size_t bytes = block->bytes;
     void* start =
         pages ? reinterpret_cast<char*>(block) - sizeof(Arena*) : static_cast<void*>(block);
-#if defined(MJSON_POISON)
+#if defined(MJSON_ADDRESS_SANITIZER)
     ASAN_UNPOISON_MEMORY_REGION(start, bytes);
 #endif
     pool::ReleaseBlock(start, bytes, pages);
     block = next;
   }
   delete this;
-  if (total >= kTrimAfterBytes) pool::ReturnFreedPages();
-}
-
-void Arena::ChangeLock::Pause() {
-  std::this_thread::yield();
+  if (total >= kTrimAfterBytes) ReturnFreedPages();
 }
 
 void Arena::NoteChange(const JsonValue* container, size_t from) noexcept {
@@ -280,13 +268,13 @@ uint64_t Arena::NodesDestroyedOneByOne() {
   return gDestroyedOneByOne.load(std::memory_order_relaxed);
 }
 
-}  // namespace mjson
+}  // namespace mjson::detail
 
 // ---------------------------------------------------------------------------
 // The hooks of the value classes
 
 void JsonValue::NoteEscape() const noexcept {
-  mjson::Arena* arena = mjson::Arena::Of(this);
+  mjson::detail::Arena* arena = mjson::detail::Arena::Of(this);
   // The hold is counted before the mark is set, so whoever sees the mark
   // also sees the hold. The caller's own reference keeps the arena alive
   // (through the tree or an escaped node), so the drop below is never the
@@ -296,17 +284,17 @@ void JsonValue::NoteEscape() const noexcept {
 }
 
 void JsonValue::NoteArenaChange(size_t from) const noexcept {
-  mjson::Arena::Of(this)->NoteChange(this, from);
+  mjson::detail::Arena::Of(this)->NoteChange(this, from);
 }
 
-mjson::Arena* JsonValue::RecordingArena() const noexcept {
-  mjson::Arena* arena = mjson::Arena::Of(this);
+mjson::detail::Arena* JsonValue::RecordingArena() const noexcept {
+  mjson::detail::Arena* arena = mjson::detail::Arena::Of(this);
   return arena->RecordsChanges() ? arena : nullptr;
 }
 
-void JsonValue::Dispose(mjson::pool::PendingDeletes* pending) const noexcept {
+void JsonValue::Dispose(mjson::detail::pool::PendingDeletes* pending) const noexcept {
   if (fType & kInArena) [[unlikely]] {
-    mjson::Arena::DisposeNode(this, pending);
+    mjson::detail::Arena::DisposeNode(this, pending);
     return;
   }
   delete this;

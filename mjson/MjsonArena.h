@@ -66,8 +66,9 @@
 #include <utility>
 
 #include "Mjson.h"
+#include "MjsonPlatform.h"
 
-namespace mjson {
+namespace mjson::detail {
 
 class Arena {
  public:
@@ -226,14 +227,13 @@ class Arena {
   class ChangeLock {
    public:
     explicit ChangeLock(Arena* arena) : fArena(arena) {
-      while (fArena->fChangeLock.exchange(true, std::memory_order_acquire)) Pause();
+      while (fArena->fChangeLock.exchange(true, std::memory_order_acquire)) YieldThread();
     }
     ~ChangeLock() { fArena->fChangeLock.store(false, std::memory_order_release); }
     ChangeLock(const ChangeLock&) = delete;
     ChangeLock& operator=(const ChangeLock&) = delete;
 
    private:
-    static void Pause();
     Arena* fArena;
   };
 
@@ -272,16 +272,14 @@ class Arena {
   Change fRecord[kRecordSlots];
 };
 
-}  // namespace mjson
-
-inline CompactString::CompactString(const char* p, size_t n, mjson::Arena* arena) {
+inline CompactString::CompactString(const char* p, size_t n, Arena* arena) {
   if (n <= kInline || !arena)
     Init(p, n);
   else
     InitBorrowed(arena->CopyOut(p, n), n);
 }
 
-inline CompactString::CompactString(const CompactString& other, mjson::Arena* arena) {
+inline CompactString::CompactString(const CompactString& other, Arena* arena) {
   if (other.IsInline())
     __builtin_memcpy(fBytes, other.fBytes, sizeof fBytes);  // unused bytes are zero
   else if (arena)
@@ -290,8 +288,10 @@ inline CompactString::CompactString(const CompactString& other, mjson::Arena* ar
     Init(other.Data(), other.Size());
 }
 
-namespace mjson::pool {
+namespace pool {
 struct PendingDeletes;
 // Queues `arena`'s hold, to be dropped after the entries pushed after it.
 void PushArenaHold(PendingDeletes* pending, Arena* arena);
-}  // namespace mjson::pool
+}  // namespace pool
+
+}  // namespace mjson::detail

@@ -2,6 +2,8 @@
 #include "Mjson.h"
 #include "MjsonInternal.h"
 
+using namespace mjson::detail;
+
 // ---------------------------------------------------------------------------
 // Compiled objects
 
@@ -32,7 +34,7 @@ JsonCompiledObject::JsonCompiledObject(const JsonCompiledObjectContext* context)
       fSlots(context ? context->KeyCount() : 0, nullptr) {}
 
 JsonCompiledObject::JsonCompiledObject(const JsonCompiledObjectContext* context,
-                                       mjson::Arena* arena)
+                                       mjson::detail::Arena* arena)
     : JsonValue(CompiledObject), fContext(context), fCountFilled(0) {
   const size_t n = context ? context->KeyCount() : 0;
   if (arena) fSlots.Borrow(arena->Array<JsonValue*>(n), n);
@@ -83,7 +85,7 @@ bool JsonCompiledObject::InsertValueInternal(size_t index, JsonValue* value) {
 
 bool JsonCompiledObject::InsertValue(size_t index, const JsonAutoRefPtr<JsonValue>& value) {
   if (index >= fSlots.size()) return false;
-  return InsertValueInternal(index, mjson::NewReference(value));
+  return InsertValueInternal(index, mjson::detail::NewReference(value));
 }
 
 bool JsonCompiledObject::InsertValue(size_t index, const JsonValue& value) {

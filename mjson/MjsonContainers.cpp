@@ -10,6 +10,8 @@
 #include "MjsonInternal.h"
 #include "MjsonScratch.h"
 
+using namespace mjson::detail;
+
 // ---------------------------------------------------------------------------
 // JsonObject
 
@@ -45,7 +47,7 @@ void InitIndex(uint32_t* index, size_t capacity, uint32_t hashWord) {
 
 }  // namespace
 
-uint64_t MjsonFastKeyHash(const char* p, size_t n) {
+uint64_t mjson::detail::FastKeyHash(const char* p, size_t n) {
   // Multiply-mix over 8-byte words: fast for the short keys of real
   // documents, and good enough spread for an open-addressing table.
   // The last word is loaded whole, in register-sized pieces: assembled on
@@ -149,7 +151,7 @@ uint64_t KeyedHash(const char* p, size_t n) {
 }
 
 inline uint64_t IndexHashOf(uint32_t which, const char* p, size_t n) {
-  return (which & kHashBits) == kFastHash ? MjsonFastKeyHash(p, n) : KeyedHash(p, n);
+  return (which & kHashBits) == kFastHash ? mjson::detail::FastKeyHash(p, n) : KeyedHash(p, n);
 }
 
 inline bool SameKey(const CompactString& a, std::string_view b) {
@@ -215,14 +217,14 @@ void JsonObject::ClearMembers() {
 // Index memory comes from the object's arena, or is a heap block of the
 // object's own, or one an arena keeps: the last has room in front for the
 // arena's list of such blocks.
-uint32_t* JsonObject::AllocateIndex(size_t words, mjson::Arena* arena, bool side) {
+uint32_t* JsonObject::AllocateIndex(size_t words, mjson::detail::Arena* arena, bool side) {
   if (arena) return arena->Array<uint32_t>(words);
-  const size_t front = side ? mjson::Arena::kSideHeader : 0;
+  const size_t front = side ? mjson::detail::Arena::kSideHeader : 0;
   return reinterpret_cast<uint32_t*>(static_cast<char*>(::operator new(front + words * 4)) + front);
 }
 
 void* JsonObject::SideBlockOf(uint32_t* index) {
-  return reinterpret_cast<char*>(index) - mjson::Arena::kSideHeader;
+  return reinterpret_cast<char*>(index) - mjson::detail::Arena::kSideHeader;
 }
 
 void JsonObject::FreeIndex(uint32_t* index, bool side) {
@@ -269,7 +271,7 @@ const uint32_t* JsonObject::LookupIndex() const {
     FreeIndex(built, kept);
     return published;
   }
-  if (kept) mjson::Arena::Of(this)->Keep(SideBlockOf(built));
+  if (kept) mjson::detail::Arena::Of(this)->Keep(SideBlockOf(built));
   return built;
 }
 
@@ -281,7 +283,7 @@ void JsonObject::RebuildIndex() {
 // A copy's members sit at the positions of the source's, so the source's
 // index serves it as it is; a source without one gives a copy without one,
 // to be made on its first lookup.
-void JsonObject::CopyIndex(const JsonObject& source, mjson::Arena* arena) {
+void JsonObject::CopyIndex(const JsonObject& source, mjson::detail::Arena* arena) {
   DropIndex();
   const uint32_t* from = source.fIndex.load(std::memory_order_acquire);
   if (!from) return;
@@ -292,7 +294,7 @@ void JsonObject::CopyIndex(const JsonObject& source, mjson::Arena* arena) {
   SetIndex(index);
 }
 
-void JsonObject::RebuildIndex(uint32_t hash, mjson::Arena* arena) {
+void JsonObject::RebuildIndex(uint32_t hash, mjson::detail::Arena* arena) {
   DropIndex();
   if (fMembers.size() > kIndexThreshold) SetIndex(BuildIndex(hash, arena));
 }
@@ -300,7 +302,7 @@ void JsonObject::RebuildIndex(uint32_t hash, mjson::Arena* arena) {
 // An index of the members with the given hash, from `arena` if given. A
 // fast index whose keys pile up in one long probe run is built again with
 // the keyed hash, which then stays.
-uint32_t* JsonObject::BuildIndex(uint32_t hash, mjson::Arena* arena, bool side) const {
+uint32_t* JsonObject::BuildIndex(uint32_t hash, mjson::detail::Arena* arena, bool side) const {
   uint32_t* index = NewIndex(hash, std::max(fMembers.size(), fMembers.capacity()), arena, side);
   uint32_t* slots = index + kIndexHeader;
   size_t mask = index[0];
@@ -319,7 +321,8 @@ uint32_t* JsonObject::BuildIndex(uint32_t hash, mjson::Arena* arena, bool side) 
 }
 
 // An empty index with room for `members` members (see AllocateIndex).
-uint32_t* JsonObject::NewIndex(uint32_t hash, size_t members, mjson::Arena* arena, bool side) {
+uint32_t* JsonObject::NewIndex(uint32_t hash, size_t members, mjson::detail::Arena* arena,
+                               bool side) {
   const size_t capacity = IndexCapacity(members);
   uint32_t* index = AllocateIndex(capacity + kIndexHeader, arena, side);
   InitIndex(index, capacity, hash | (arena || side ? kIndexBorrowed : 0));
@@ -328,7 +331,7 @@ uint32_t* JsonObject::NewIndex(uint32_t hash, size_t members, mjson::Arena* aren
 
 void JsonObject::Store(CompactString&& key, JsonValue* value) {
   if (InArena()) [[unlikely]] {
-    if (mjson::Arena* arena = GrowthArena()) {
+    if (mjson::detail::Arena* arena = GrowthArena()) {
       // The arena records where the change is; a new member finds its
       // room in the arena.
       const size_t pos = Find(key);
@@ -342,7 +345,7 @@ void JsonObject::Store(CompactString&& key, JsonValue* value) {
 }
 
 // Stores with the index, when it must be built, from `arena` if given.
-void JsonObject::Store(CompactString&& key, JsonValue* value, mjson::Arena* arena) {
+void JsonObject::Store(CompactString&& key, JsonValue* value, mjson::detail::Arena* arena) {
   uint32_t* const index = Index();
   if (!index) {
     for (Member& m : fMembers) {
@@ -393,7 +396,7 @@ void JsonObject::AdoptMembers(Member* first, size_t count) {
   for (size_t i = 0; i < count; ++i) Store(std::move(first[i].key), first[i].value);
 }
 
-void JsonObject::AdoptMembers(Member* first, size_t count, mjson::Arena* arena) {
+void JsonObject::AdoptMembers(Member* first, size_t count, mjson::detail::Arena* arena) {
   if (!arena) return AdoptMembers(first, count);
   // A fresh object: its members fit the arena's storage however many of
   // the keys repeat, so the list never grows out of it.
@@ -407,7 +410,7 @@ void JsonObject::AdoptMembers(Member* first, size_t count, mjson::Arena* arena) 
   // object gets an index of its own on its first lookup, if it has one.
   // (Keys chosen to collide make Store build a keyed index in the arena,
   // which the object then keeps.)
-  mjson::Scratch<uint32_t, mjson::ScratchUse::kKeyTable> scratch;
+  mjson::detail::Scratch<uint32_t, mjson::detail::ScratchUse::kKeyTable> scratch;
   std::vector<uint32_t>& table = scratch.Get();
   const size_t capacity = IndexCapacity(count);
   table.resize(capacity + kIndexHeader);
@@ -449,13 +452,13 @@ bool JsonObject::InsertValueInternal(const std::string& key, JsonValue* value, b
 bool JsonObject::InsertValue(const std::string& key, const JsonAutoRefPtr<JsonValue>& value,
                              bool keyIsUTF8) {
   if (!keyIsUTF8 && !IsUTF8(key)) return false;
-  return InsertValueWithNonUTF8KeyInternal(std::string(key), mjson::NewReference(value));
+  return InsertValueWithNonUTF8KeyInternal(std::string(key), mjson::detail::NewReference(value));
 }
 
 bool JsonObject::InsertValue(std::string&& key, const JsonAutoRefPtr<JsonValue>& value,
                              bool keyIsUTF8) {
   if (!keyIsUTF8 && !IsUTF8(key)) return false;
-  return InsertValueWithNonUTF8KeyInternal(std::move(key), mjson::NewReference(value));
+  return InsertValueWithNonUTF8KeyInternal(std::move(key), mjson::detail::NewReference(value));
 }
 
 bool JsonObject::InsertValue(const std::string& key, JsonAutoRefPtr<JsonValue>&& value,
@@ -476,7 +479,7 @@ bool JsonObject::InsertValue(const std::string& key, const JsonValue& value, boo
 
 bool JsonObject::InsertValueWithNonUTF8Key(const std::string& key,
                                            const JsonAutoRefPtr<JsonValue>& value) {
-  return InsertValueWithNonUTF8KeyInternal(std::string(key), mjson::NewReference(value));
+  return InsertValueWithNonUTF8KeyInternal(std::string(key), mjson::detail::NewReference(value));
 }
 
 bool JsonObject::InsertValueWithNonUTF8Key(std::string&& key, JsonAutoRefPtr<JsonValue>&& value) {
@@ -627,11 +630,11 @@ JsonArray::~JsonArray() {
 void JsonArray::Append(JsonValue* value) {
   NoteChange(fValues.size());
   if (fValues.size() == fValues.capacity()) [[unlikely]]
-    if (mjson::Arena* arena = GrowthArena()) arena->Grow(fValues);
+    if (mjson::detail::Arena* arena = GrowthArena()) arena->Grow(fValues);
   fValues.push_back(value);
 }
 
-void JsonArray::AdoptValues(JsonValue* const* first, size_t count, mjson::Arena* arena) {
+void JsonArray::AdoptValues(JsonValue* const* first, size_t count, mjson::detail::Arena* arena) {
   if (!arena) return AdoptValues(first, count);
   JsonValue** storage = arena->Array<JsonValue*>(count);
   for (size_t i = 0; i < count; ++i) storage[i] = first[i];  // mostly a handful
@@ -647,7 +650,7 @@ void JsonArray::AdoptValues(JsonValue* const* first, size_t count) {
 }
 
 void JsonArray::AddValue(const JsonAutoRefPtr<JsonValue>& value) {
-  if (value) Append(mjson::NewReference(value));
+  if (value) Append(mjson::detail::NewReference(value));
 }
 
 void JsonArray::AddValue(JsonAutoRefPtr<JsonValue>&& value) {
@@ -690,8 +693,9 @@ void JsonArray::InsertValueAtIndex(size_t index, const JsonAutoRefPtr<JsonValue>
   if (!value || index >= fValues.size()) return;
   NoteChange(index);
   if (fValues.size() == fValues.capacity())
-    if (mjson::Arena* arena = GrowthArena()) arena->Grow(fValues);
-  fValues.insert(fValues.begin() + static_cast<ptrdiff_t>(index), mjson::NewReference(value));
+    if (mjson::detail::Arena* arena = GrowthArena()) arena->Grow(fValues);
+  fValues.insert(fValues.begin() + static_cast<ptrdiff_t>(index),
+                 mjson::detail::NewReference(value));
 }
 
 void JsonArray::SetValueAtIndexInternal(size_t index, JsonValue* value) {
@@ -713,7 +717,7 @@ void JsonArray::SetValueAtIndexInternal(size_t index, JsonValue* value) {
 
 void JsonArray::SetValueAtIndex(size_t index, const JsonAutoRefPtr<JsonValue>& value) {
   if (index >= fValues.size()) return;
-  SetValueAtIndexInternal(index, mjson::NewReference(value));
+  SetValueAtIndexInternal(index, mjson::detail::NewReference(value));
 }
 
 void JsonArray::EraseAtIndex(size_t index) {

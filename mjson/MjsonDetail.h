@@ -1,8 +1,9 @@
 // The building blocks that the value classes of Mjson.h are made of: the
 // two-word string of keys and string values, the pooled lists of
-// containers, and the byte order of the MessagePack writer. They are here
-// because the classes embed them; their layout is not part of the library's
-// interface, and nothing outside the library needs to use them.
+// containers (all in namespace mjson::detail), and the byte order of the
+// MessagePack writer. They are here because the classes embed them; they
+// are not part of the library's interface, and nothing outside the library
+// needs to use them.
 #pragma once
 
 #include <algorithm>
@@ -15,9 +16,10 @@
 #include <vector>
 
 class JsonValue;
-namespace mjson {
+
+namespace mjson::detail {
+
 class Arena;
-}
 
 // Blocks for the element and member lists of containers. Small ones come
 // from the same per-thread pool as the nodes: most containers of a parsed
@@ -89,20 +91,20 @@ class NodeList {
       new (storage + i) T(std::move(fData[i]));
       fData[i].~T();
     }
-    if (fData && !Borrowed()) JsonPoolFree(fData, this->capacity() * sizeof(T));
+    if (fData && !Borrowed()) mjson::detail::JsonPoolFree(fData, this->capacity() * sizeof(T));
     fData = storage;
     fCapacity = static_cast<uint32_t>(capacity) | kBorrowed;
   }
   // Forgets the elements without destroying them (whoever calls this has
   // dealt with them) and gives up the storage if it is the list's own.
   void Abandon() noexcept {
-    if (fData && !Borrowed()) JsonPoolFree(fData, capacity() * sizeof(T));
+    if (fData && !Borrowed()) mjson::detail::JsonPoolFree(fData, capacity() * sizeof(T));
     fData = nullptr;
     fSize = fCapacity = 0;
   }
   // The size a list that is full grows to, to take `needed` elements.
   static size_t Grown(size_t needed) {
-    if (needed > kMaxSize) JsonListTooLong();
+    if (needed > kMaxSize) mjson::detail::JsonListTooLong();
     return needed < 4 ? 4 : std::max(needed, std::min<size_t>(needed * 2, kMaxSize));
   }
 
@@ -186,19 +188,19 @@ class NodeList {
 
   // Moves the elements to storage of its own for `n` elements.
   void MoveTo(size_t n) {
-    if (n > kMaxSize) JsonListTooLong();
-    T* moved = static_cast<T*>(JsonPoolAllocate(n * sizeof(T)));
+    if (n > kMaxSize) mjson::detail::JsonListTooLong();
+    T* moved = static_cast<T*>(mjson::detail::JsonPoolAllocate(n * sizeof(T)));
     for (size_t i = 0; i < fSize; ++i) {
       new (moved + i) T(std::move(fData[i]));
       fData[i].~T();
     }
-    if (fData && !Borrowed()) JsonPoolFree(fData, capacity() * sizeof(T));
+    if (fData && !Borrowed()) mjson::detail::JsonPoolFree(fData, capacity() * sizeof(T));
     fData = moved;
     fCapacity = static_cast<uint32_t>(n);
   }
   void FreeStorage() {
     clear();
-    if (fData && !Borrowed()) JsonPoolFree(fData, capacity() * sizeof(T));
+    if (fData && !Borrowed()) mjson::detail::JsonPoolFree(fData, capacity() * sizeof(T));
     fData = nullptr;
     fCapacity = 0;
   }
@@ -246,10 +248,10 @@ class alignas(8) CompactString {
   // The same, a longer string copied into `arena` and borrowed from it when
   // there is one. Built in place: a short string put together on the stack
   // and then moved costs a stalled load of the two words just stored.
-  CompactString(const char* p, size_t n, mjson::Arena* arena);
+  CompactString(const char* p, size_t n, mjson::detail::Arena* arena);
   // A copy of `other`: an inline string in one move of its two words, a
   // longer one copied into `arena` and borrowed from it when there is one.
-  CompactString(const CompactString& other, mjson::Arena* arena);
+  CompactString(const CompactString& other, mjson::detail::Arena* arena);
   // Bytes of the block a longer string borrows: from kHuge bytes up the
   // block starts with the length in eight bytes.
   static size_t BorrowedBlockBytes(size_t n) { return n < kHuge ? n : n + 8; }
@@ -345,6 +347,8 @@ class alignas(8) CompactString {
 
   char fBytes[16];
 };
+
+}  // namespace mjson::detail
 
 // Byte order: the library assumes a little-endian host and always swaps.
 // clang-format off

@@ -1,6 +1,7 @@
-// Internals that the value library's sources share: byte loads and scans,
-// the MessagePack type codes, number bounds and formatting, node deletion,
-// the member-key hash. Not part of the library's interface; tests may look.
+// Internals that the value library's sources share: assertions, number
+// bounds and formatting, the MessagePack type codes, deep copy, node
+// allocation and deletion, the member-key hash. Not part of the library's
+// interface; tests may look.
 #pragma once
 
 #include <cstddef>
@@ -9,15 +10,18 @@
 #include <string>
 #include <utility>
 
-#if defined(__SSE2__)
-#include <emmintrin.h>
-#endif
-
 #include "Mjson.h"
 #include "MjsonArena.h"
+#include "MjsonPlatform.h"
 #include "MjsonPool.h"
+#include "MjsonScan.h"
 
-namespace mjson {
+namespace mjson::detail {
+
+// Reports a failed internal check the way the C library's assert does and
+// ends the process. Used for the few checks that stay on in release builds.
+[[noreturn]] void AssertionFailed(const char* expression, const char* file, unsigned line,
+                                  const char* function) noexcept;
 
 // ---------------------------------------------------------------------------
 // Number bounds
@@ -25,80 +29,6 @@ namespace mjson {
 // 2^63 as a double: the first double above every signed 64-bit integer.
 // The largest such integer, 2^63 - 1, rounds to it as a double too.
 inline constexpr double kTwoTo63 = 9223372036854775808.0;
-
-// ---------------------------------------------------------------------------
-// Byte loads and scans, eight or sixteen bytes at a time. The lane tricks
-// read a word's bytes in memory order, which is little-endian order.
-
-inline constexpr uint64_t kOnes = 0x0101010101010101ull;
-inline constexpr uint64_t kHighs = 0x8080808080808080ull;
-
-inline uint64_t Load8(const char* p) {
-  uint64_t w;
-  memcpy(&w, p, 8);
-  return w;
-}
-
-// Bit 7 of each byte lane is set where the lane is zero (exact for the
-// first such lane, which is all that callers use).
-inline uint64_t ZeroLanes(uint64_t w) {
-  return (w - kOnes) & ~w & kHighs;
-}
-
-// Lanes holding a double quote, a backslash or a control byte.
-inline uint64_t SpecialLanes(uint64_t w) {
-  uint64_t quote = ZeroLanes(w ^ (kOnes * '"'));
-  uint64_t backslash = ZeroLanes(w ^ (kOnes * '\\'));
-  uint64_t control = (w - kOnes * 0x20) & ~w & kHighs;
-  return quote | backslash | control;
-}
-
-inline bool IsSpecialByte(unsigned char c) {
-  return c == '"' || c == '\\' || c < 0x20;
-}
-
-// The first double quote, backslash or control byte at or after `p`, or
-// `end` when there is none: where a string ends or needs escaping.
-inline const char* FindSpecial(const char* p, const char* end) {
-  const char* const start = p;
-#if defined(__SSE2__)
-  const __m128i quote = _mm_set1_epi8('"');
-  const __m128i backslash = _mm_set1_epi8('\\');
-  const __m128i below = _mm_set1_epi8(0x1F);
-  while (end - p >= 16) {
-    __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
-    // Control bytes are those that stay unchanged under an unsigned min with 0x1F.
-    __m128i special =
-        _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi8(v, quote), _mm_cmpeq_epi8(v, backslash)),
-                     _mm_cmpeq_epi8(_mm_min_epu8(v, below), v));
-    int mask = _mm_movemask_epi8(special);
-    if (mask) return p + __builtin_ctz(static_cast<unsigned>(mask));
-    p += 16;
-  }
-#endif
-  while (end - p >= 8) {
-    uint64_t lanes = SpecialLanes(Load8(p));
-    if (lanes) return p + (__builtin_ctzll(lanes) >> 3);
-    p += 8;
-  }
-  if (p == end) return end;
-  // The last few bytes in one word: the last eight of the string, reaching
-  // back over bytes already passed (none of them special, so the first lane
-  // flagged is a true one), or for a string shorter than that its two
-  // overlapping halves, which only say whether to look byte by byte.
-  if (end - start >= 8) {
-    uint64_t lanes = SpecialLanes(Load8(end - 8));
-    return lanes ? end - 8 + (__builtin_ctzll(lanes) >> 3) : end;
-  }
-  if (end - p >= 4) {
-    uint32_t a, b;
-    memcpy(&a, p, 4);
-    memcpy(&b, end - 4, 4);
-    if (!SpecialLanes(a | (static_cast<uint64_t>(b) << 32))) return end;
-  }
-  while (p < end && !IsSpecialByte(static_cast<unsigned char>(*p))) ++p;
-  return p;
-}
 
 inline bool IsDigit(char c) {
   return c >= '0' && c <= '9';
@@ -169,7 +99,7 @@ inline constexpr size_t kMaxRealText = JsonReal::kMaxRealText;
 char* WriteReal(char* p, double v, int digits);
 
 // ---------------------------------------------------------------------------
-// Ownership
+// Ownership and copies
 
 // A new reference to `value` (or null) for a container to own.
 inline JsonValue* NewReference(const JsonAutoRefPtr<JsonValue>& value) {
@@ -178,8 +108,6 @@ inline JsonValue* NewReference(const JsonAutoRefPtr<JsonValue>& value) {
 
 // Deep copy, without recursion over the depth of the tree (MjsonValue.cpp).
 // A friend of the containers, which copy through it.
-}  // namespace mjson
-
 class TreeCopier {
  public:
   // A deep copy of `value`: in an arena of its own when it is a container
@@ -189,13 +117,11 @@ class TreeCopier {
   // Copies the children of `src` into the empty container `dst` of the same
   // type, and their children, on a stack of its own; with `arena`, every
   // node and list of the copy comes from it.
-  static void CopyChildren(JsonValue* dst, const JsonValue* src, mjson::Arena* arena = nullptr);
+  static void CopyChildren(JsonValue* dst, const JsonValue* src, Arena* arena = nullptr);
   // A copy of `v` with all its own fields but none of its children; a
   // container's list has room for `room` children more than `v` has.
-  static JsonValue* ShallowCopy(const JsonValue& v, mjson::Arena* arena = nullptr, size_t room = 0);
+  static JsonValue* ShallowCopy(const JsonValue& v, Arena* arena = nullptr, size_t room = 0);
 };
-
-namespace mjson {
 
 // ---------------------------------------------------------------------------
 // Ending a read
@@ -205,17 +131,13 @@ namespace mjson {
 JsonAutoRefPtr<JsonValue> FinishRead(const std::string& input, ParserContext& ctx,
                                      JsonAutoRefPtr<JsonValue> value);
 
-}  // namespace mjson
-
 // The hash that objects index their members with first. It has no secret:
 // keys can be chosen to collide under it, and an object whose probe runs
 // grow long moves to a hash keyed per process instead.
-uint64_t MjsonFastKeyHash(const char* p, size_t n);
+uint64_t FastKeyHash(const char* p, size_t n);
 
 // ---------------------------------------------------------------------------
-// Deleting nodes
-
-namespace mjson {
+// Making and deleting nodes
 
 // A new node from the pool, with the pool's fast path inline (operator new
 // of JsonValue is a call). Deleting it the usual way gives it back.
@@ -253,7 +175,7 @@ inline void DeleteNode(const T* node) noexcept {
   pool::Free(const_cast<T*>(node), sizeof(T));
 }
 
-}  // namespace mjson
+}  // namespace mjson::detail
 
 // A container drops its reference to a child. A scalar owned by the
 // container alone is deleted on the spot: it has no children of its own, so
@@ -262,17 +184,17 @@ inline void JsonValue::ReleaseChild(const JsonValue* v) noexcept {
   if (v->SoleOwner()) {
     switch (v->Type()) {
       case String:
-        return mjson::DeleteNode(static_cast<const JsonString*>(v));
+        return mjson::detail::DeleteNode(static_cast<const JsonString*>(v));
       case Integer:
-        return mjson::DeleteNode(static_cast<const JsonInteger*>(v));
+        return mjson::detail::DeleteNode(static_cast<const JsonInteger*>(v));
       case Real:
-        return mjson::DeleteNode(static_cast<const JsonReal*>(v));
+        return mjson::detail::DeleteNode(static_cast<const JsonReal*>(v));
       case True:
-        return mjson::DeleteNode(static_cast<const JsonTrue*>(v));
+        return mjson::detail::DeleteNode(static_cast<const JsonTrue*>(v));
       case False:
-        return mjson::DeleteNode(static_cast<const JsonFalse*>(v));
+        return mjson::detail::DeleteNode(static_cast<const JsonFalse*>(v));
       case Null:
-        return mjson::DeleteNode(static_cast<const JsonNull*>(v));
+        return mjson::detail::DeleteNode(static_cast<const JsonNull*>(v));
       default:
         break;
     }

@@ -10,12 +10,14 @@
 #include "MjsonInternal.h"
 #include "MjsonScratch.h"
 
+using namespace mjson::detail;
+
 // ---------------------------------------------------------------------------
 // Reading
 
 namespace {
 
-using namespace mjson::msgpack;
+using namespace mjson::detail::msgpack;
 
 inline uint8_t Byte(const char* p) {
   return static_cast<uint8_t>(*p);
@@ -191,7 +193,7 @@ class MsgPackReader {
   JsonValue* Finish(Began began) { return began.opened ? Run() : began.value; }
 
   // The document is read into an arena of its own unless the input is short.
-  void Open() { fArena = mjson::Arena::ForInput(static_cast<size_t>(fEnd - fCur)); }
+  void Open() { fArena = mjson::detail::Arena::ForInput(static_cast<size_t>(fEnd - fCur)); }
   JsonValue* Seal(JsonValue* value) {
     if (fArena) {
       if (!value) ReleaseLeftovers();  // before their memory goes
@@ -213,7 +215,7 @@ class MsgPackReader {
   }
   template <class T, class... Args>
   T* Make(Args&&... args) {
-    return mjson::MakeNode<T>(fArena, std::forward<Args>(args)...);
+    return mjson::detail::MakeNode<T>(fArena, std::forward<Args>(args)...);
   }
 
   Began Begin(const JsonCompiledObjectContext* table);
@@ -278,14 +280,15 @@ class MsgPackReader {
   const char* const fEnd;
   ParserContext& fCtx;
   const bool fKeepOrder;
-  mjson::Scratch<Frame, mjson::ScratchUse::kMsgPackFrames> fFramesScratch;
+  mjson::detail::Scratch<Frame, mjson::detail::ScratchUse::kMsgPackFrames> fFramesScratch;
   std::vector<Frame>& fFrames = fFramesScratch.Get();
-  mjson::Scratch<JsonValue*, mjson::ScratchUse::kMsgPackValues> fValuesScratch;
+  mjson::detail::Scratch<JsonValue*, mjson::detail::ScratchUse::kMsgPackValues> fValuesScratch;
   std::vector<JsonValue*>& fValues = fValuesScratch.Get();
-  mjson::Scratch<JsonObject::Member, mjson::ScratchUse::kMsgPackPairs> fPairsScratch;
+  mjson::detail::Scratch<JsonObject::Member, mjson::detail::ScratchUse::kMsgPackPairs>
+      fPairsScratch;
   std::vector<JsonObject::Member>& fPairs = fPairsScratch.Get();
   std::string fKey;
-  mjson::Arena* fArena = nullptr;
+  mjson::detail::Arena* fArena = nullptr;
 };
 
 MsgPackReader::Began MsgPackReader::OpenArray(size_t count,
@@ -608,7 +611,7 @@ JsonAutoRefPtr<JsonValue> JsonValue::ReadFromMsgPack(const std::string& data, Pa
   JsonValue* v = ParseFromMsgPack(cur, start + data.size(), *ctx, compiled);
   ctx->fPosition = static_cast<size_t>(cur - start);
   // Blanks after the value are tolerated, as after JSON text.
-  return mjson::FinishRead(data, *ctx, JsonAutoRefPtr<JsonValue>(v));
+  return mjson::detail::FinishRead(data, *ctx, JsonAutoRefPtr<JsonValue>(v));
 }
 
 JsonAutoRefPtr<JsonObject> JsonObject::ReadFromMsgPack(const std::string& data,

@@ -11,7 +11,8 @@
 #include "Mjson.h"
 #include "MjsonInternal.h"
 
-using namespace mjson::msgpack;
+using namespace mjson::detail;
+using namespace mjson::detail::msgpack;
 
 // ---------------------------------------------------------------------------
 // BigEndianWriter
@@ -26,7 +27,7 @@ BigEndianWriter::BigEndianWriter(std::string* str)
       fRetiredTotal(0),
       fOk(true) {
   // The file and line are part of the message users see; they never change.
-  if (!str) MjsonAssertionFailed("str", "Mjson", 3509, "BigEndianWriter");
+  if (!str) mjson::detail::AssertionFailed("str", "Mjson", 3509, "BigEndianWriter");
   fStart = static_cast<char*>(malloc(fBufferSize));
   fPosition = fStart;
   fEnd = fStart + fBufferSize;
@@ -366,7 +367,7 @@ void WriteTree(const JsonValue* root, BigEndianWriter* w) {
         if (next) break;
         // The file and line are part of the message users see.
         if (f.count != filled)
-          MjsonAssertionFailed("count == fCountFilled", "Mjson", 3830, "AppendToMsgPack");
+          mjson::detail::AssertionFailed("count == fCountFilled", "Mjson", 3830, "AppendToMsgPack");
         // Unreachable while the check above is on; it keeps the member
         // count equal to the header's should the check ever be dropped.
         for (; f.count < filled; ++f.count) w->Write8_8(kFixStr, kNil);

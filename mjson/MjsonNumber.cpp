@@ -14,9 +14,7 @@
 #include "Mjson.h"
 #include "MjsonInternal.h"
 
-using mjson::AppendInteger;
-using mjson::AppendReal;
-using mjson::IsDigit;
+using namespace mjson::detail;
 
 double JsonReal::StrToDouble(const char* text, size_t length) {
   // The fast, exact conversion serves every number of the normal range;
@@ -86,7 +84,7 @@ struct RealText {
   static size_t BlockBytes(size_t n) { return sizeof(RealText) + n; }
 };
 
-RealText* NewRealText(std::string_view text, int digits, mjson::Arena* arena) {
+RealText* NewRealText(std::string_view text, int digits, mjson::detail::Arena* arena) {
   const size_t bytes = RealText::BlockBytes(text.size());
   void* memory = arena ? arena->Data(bytes) : ::operator new(bytes);
   auto* real = new (memory) RealText(digits, text.size());
@@ -112,12 +110,6 @@ uint64_t DoubleBits(double v) {
   return bits;
 }
 
-void Pause() {
-#if defined(__x86_64__) || defined(__i386__)
-  __builtin_ia32_pause();
-#endif
-}
-
 }  // namespace
 
 // A settled real never changes again, and a text real only changes inside
@@ -131,7 +123,7 @@ JsonReal::Form JsonReal::LoadPending() const {
   for (;;) {
     uint8_t state = StateByte().load(std::memory_order_acquire);
     if ((state & kStateMask) == kBusy) {
-      Pause();
+      mjson::detail::SpinPause();
       continue;
     }
     uint16_t high = FormHigh().load(std::memory_order_acquire);
@@ -167,12 +159,12 @@ JsonReal::JsonReal(std::string&& text, int digits) : JsonValue(Real), fBits(0) {
   SetText(text, digits, nullptr);
 }
 
-JsonReal::JsonReal(std::string_view text, int digits, mjson::Arena* arena)
+JsonReal::JsonReal(std::string_view text, int digits, mjson::detail::Arena* arena)
     : JsonValue(Real), fBits(0) {
   SetText(text, digits, arena);
 }
 
-void JsonReal::SetText(std::string_view text, int digits, mjson::Arena* arena) {
+void JsonReal::SetText(std::string_view text, int digits, mjson::detail::Arena* arena) {
   fBits = BitsOf(NewRealText(text, digits, arena));
   SetFormUnshared(kText);
 }
@@ -192,7 +184,7 @@ JsonReal::JsonReal(uint64_t digitsValue, const Shape& shape, int)
   SetFormUnshared(form);
 }
 
-void JsonReal::CopyUnsettled(const JsonReal& other, mjson::Arena* arena) {
+void JsonReal::CopyUnsettled(const JsonReal& other, mjson::detail::Arena* arena) {
   fBits = 0;
   const Form form = other.Load();
   if (form.State() == kText) {
@@ -203,7 +195,7 @@ void JsonReal::CopyUnsettled(const JsonReal& other, mjson::Arena* arena) {
   SetFormUnshared(form.word);
 }
 
-void JsonReal::CopyText(const Form& form, mjson::Arena* arena) {
+void JsonReal::CopyText(const Form& form, mjson::detail::Arena* arena) {
   RealText* text = TextOf(form.bits);
   if (text->settled.load(std::memory_order_acquire))
     SetValue(BitsAsDouble(text->value.load(std::memory_order_relaxed)), text->digits);
@@ -230,11 +222,12 @@ char* JsonReal::WriteText(char* p) const {
   // What AppendToString writes, form by form.
   const Form form = Load();
   if (form.State() == kShaped) return WriteShaped(form, p);
-  if (form.State() == kSettled) return mjson::WriteReal(p, BitsAsDouble(form.bits), DigitsOf(form));
+  if (form.State() == kSettled)
+    return mjson::detail::WriteReal(p, BitsAsDouble(form.bits), DigitsOf(form));
   const RealText* text = TextOf(form.bits);
   if (text->settled.load(std::memory_order_acquire))
-    return mjson::WriteReal(p, BitsAsDouble(text->value.load(std::memory_order_relaxed)),
-                            text->digits);
+    return mjson::detail::WriteReal(p, BitsAsDouble(text->value.load(std::memory_order_relaxed)),
+                                    text->digits);
   const std::string_view source = text->Text();
   if (source.size() > kMaxRealText) return nullptr;
   memcpy(p, source.data(), source.size());
@@ -315,10 +308,10 @@ double JsonReal::SettleAndGet() const {
 // Scanning numbers from text
 
 JsonValue* JsonValue::ParseNumber(const std::string& text, ParserContext& ctx) {
-  return mjson::ParseNumber(text, ctx, nullptr);
+  return mjson::detail::ParseNumber(text, ctx, nullptr);
 }
 
-JsonValue* mjson::ParseNumber(const std::string& text, ParserContext& ctx, Arena* arena) {
+JsonValue* mjson::detail::ParseNumber(const std::string& text, ParserContext& ctx, Arena* arena) {
   const char* data = text.data();
   size_t n = text.size();
   size_t start = ctx.fPosition;
@@ -397,9 +390,9 @@ JsonValue* mjson::ParseNumber(const std::string& text, ParserContext& ctx, Arena
 
   JsonValue* result;
   if (!isReal && negative && value <= static_cast<unsigned long long>(JsonInteger::sMaxInt64)) {
-    result = mjson::MakeNode<JsonInteger>(arena, -static_cast<long long>(value));
+    result = mjson::detail::MakeNode<JsonInteger>(arena, -static_cast<long long>(value));
   } else if (!isReal && !negative) {
-    result = mjson::MakeNode<JsonInteger>(arena, value, true);
+    result = mjson::detail::MakeNode<JsonInteger>(arena, value, true);
   } else if (exponentDigits >= 2 || fractionDigits >= 18) {
     double d = JsonReal::StrToDouble(data + start, p - start);
     if (d >= JsonReal::sInfinity) {
@@ -407,15 +400,15 @@ JsonValue* mjson::ParseNumber(const std::string& text, ParserContext& ctx, Arena
       ctx.fError = "real number out of double range";
       return nullptr;
     }
-    result = mjson::MakeNode<JsonReal>(arena, d, digits);
+    result = mjson::detail::MakeNode<JsonReal>(arena, d, digits);
   } else if (intDigits + static_cast<size_t>(fractionDigits) <= 19) {
     JsonReal::Shape shape{negative,           static_cast<uint8_t>(intDigits),
                           fractionDigits > 0, static_cast<uint8_t>(fractionDigits),
                           exponentDigits > 0, upperE,
                           exponentSign,       static_cast<uint8_t>(exponentDigit)};
-    result = mjson::MakeNode<JsonReal>(arena, allDigits, shape, digits);
+    result = mjson::detail::MakeNode<JsonReal>(arena, allDigits, shape, digits);
   } else {
-    result = mjson::MakeNode<JsonReal>(
+    result = mjson::detail::MakeNode<JsonReal>(
         arena, std::string_view(data + start, static_cast<size_t>(p - start)), digits, arena);
   }
   ctx.fPosition = p;
@@ -425,7 +418,7 @@ JsonValue* mjson::ParseNumber(const std::string& text, ParserContext& ctx, Arena
 // ---------------------------------------------------------------------------
 // Writing numbers
 
-namespace mjson {
+namespace mjson::detail {
 
 // Decimal digits of `magnitude` as the writer counts them: the integer part
 // of log10 of the magnitude as a double, plus one. Near powers of ten the
@@ -557,7 +550,7 @@ char* WriteReal(char* p, double v, int digits) {
   return p + fixed.size();
 }
 
-}  // namespace mjson
+}  // namespace mjson::detail
 
 void JsonInteger::AppendToString(std::string& out) const {
   AppendInteger(out, fValue, IsLargeUnsigned());

@@ -2,6 +2,8 @@
 // small-block pool that nodes, container lists and string blocks come from,
 // the queue that keeps freeing a tree iterative, and the parsers' scratch
 // vectors.
+#include "MjsonPool.h"
+
 #include <stdio.h>
 #include <stdlib.h>
 
@@ -12,18 +14,11 @@
 #include <stdexcept>
 #include <vector>
 
-#if defined(__GLIBC__)
-#include <malloc.h>
-#endif
-
-#if defined(_WIN32)
-#include <windows.h>
-#endif
-
 #include "Mjson.h"
 #include "MjsonArena.h"
-#include "MjsonPool.h"
 #include "MjsonScratch.h"
+
+using namespace mjson::detail;
 
 // ---------------------------------------------------------------------------
 // Node allocation
@@ -48,16 +43,7 @@
 // Builds under AddressSanitizer use the plain heap, so that use after free
 // and overruns stay visible to it.
 
-namespace mjson::pool {
-
-// The C library keeps freed blocks in its heap, resident, until it is told
-// to give their pages back; other systems' allocators do that themselves.
-// Called after freeing something large, so its cost is proportional.
-void ReturnFreedPages() {
-#if defined(__GLIBC__)
-  malloc_trim(0);
-#endif
-}
+namespace mjson::detail::pool {
 
 namespace {
 
@@ -323,11 +309,8 @@ void FreeUnpooled(void* p, size_t size) noexcept {
 // in one heap object, made on the thread's first use, and go back when the
 // thread ends: the cache's nodes to the shared pool, the rest to the heap.
 //
-// Thread storage holds only a pointer to that object (see ThreadPointer in
-// MjsonPool.h). On ELF systems a thread_local object's destructor ends the
-// state. On Windows, where MinGW frees emulated thread storage before such
-// destructors run, the callback of a fiber-local slot ends it; it receives
-// the object itself.
+// Thread storage holds only a pointer to that object, the thread's word
+// (MjsonPlatform.h), whose end call ends the state.
 
 // Values whose last reference went away while another value was being
 // deleted wait here; the outermost deletion drains the list, so tearing
@@ -401,42 +384,25 @@ void EndThread(ThreadState& state) {
   state.kept.bytes = 0;
 }
 
-#if defined(MJSON_STATE_SLOT)
-
-void WINAPI EndThreadCallback(void* p) {
-  auto* state = static_cast<ThreadState*>(p);
-  EndThread(*state);
-  // The callback runs on the thread that ends; whatever it does after this
-  // (other libraries' thread-exit code) finds the ended state.
-  const DWORD slot = gStateSlot.load(std::memory_order_relaxed);
-  if (TlsGetValue(slot) == static_cast<ThreadCache*>(state)) TlsSetValue(slot, &gEndedCache);
-  delete state;
-}
-
-// The fiber-local slot's callback is code of the library that holds this
-// pool, and it runs whenever a thread that used the pool ends, however long
-// after the host unloaded that library: it would then run in unmapped code.
-// So the library is pinned, once, before the slot exists: a host's
-// FreeLibrary no longer unmaps it, and a later load finds it still there
-// with its slots (one pair per process, not one per load).
-DWORD EndSlot() {
-  static const DWORD slot = [] {
-    HMODULE self = nullptr;
-    GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_PIN,
-                       reinterpret_cast<LPCWSTR>(&EndThreadCallback), &self);
-    gStateSlot.store(TlsAlloc(), std::memory_order_relaxed);
-    return FlsAlloc(EndThreadCallback);
-  }();
-  return slot;
+// Ends the thread's state, on the thread that ends. Whatever runs after
+// this on that thread (other libraries' thread-exit code) finds the ended
+// state.
+void EndThreadWord(void* word) {
+  if (ThreadWord() == word) SetThreadWord(&gEndedCache);
+  auto* cache = static_cast<ThreadCache*>(word);
+  if (cache && cache != &gEndedCache) {
+    auto* state = static_cast<ThreadState*>(cache);
+    EndThread(*state);
+    delete state;
+  }
 }
 
 [[gnu::noinline]] ThreadState* NewState() {
-  const DWORD end = EndSlot();
-  const DWORD slot = gStateSlot.load(std::memory_order_relaxed);
-  if (end == FLS_OUT_OF_INDEXES || slot == TLS_OUT_OF_INDEXES) return nullptr;
   auto* state = new ThreadState();
-  FlsSetValue(end, state);
-  TlsSetValue(slot, static_cast<ThreadCache*>(state));  // what ThreadPointer reads
+  if (!StartThreadWord(static_cast<ThreadCache*>(state), EndThreadWord)) {
+    delete state;
+    return nullptr;
+  }
   return state;
 }
 
@@ -447,40 +413,6 @@ ThreadState* State() {
     return cache == &gEndedCache ? nullptr : static_cast<ThreadState*>(cache);
   return NewState();
 }
-
-#else
-
-// Ends the thread's state when the thread ends; made with the state.
-struct ThreadEnd {
-  void Arm() {}
-  ~ThreadEnd() {
-    ThreadCache* cache = tThread;
-    tThread = &gEndedCache;
-    if (cache && cache != &gEndedCache) {
-      auto* state = static_cast<ThreadState*>(cache);
-      EndThread(*state);
-      delete state;
-    }
-  }
-};
-thread_local ThreadEnd tThreadEnd MJSON_TLS_FAST;
-
-[[gnu::noinline]] ThreadState* NewState() {
-  auto* state = new ThreadState();
-  tThread = state;
-  tThreadEnd.Arm();  // constructs it, so that its destructor runs at thread exit
-  return state;
-}
-
-// The thread's state, made on first use; null once it has ended.
-ThreadState* State() {
-  ThreadCache* cache = tThread;
-  if (cache) [[likely]]
-    return cache == &gEndedCache ? nullptr : static_cast<ThreadState*>(cache);
-  return NewState();
-}
-
-#endif
 
 // True when the cache can be used; brings it to life on first use.
 bool CacheReady() {
@@ -524,13 +456,8 @@ void ReleaseBlock(void* block, size_t bytes, bool pages) noexcept {
 }
 
 ThreadCache gUnusedCache{};
-#if defined(MJSON_STATE_SLOT)
-std::atomic<unsigned long> gStateSlot{TLS_OUT_OF_INDEXES};
-#else
-constinit thread_local ThreadCache* tThread MJSON_TLS_FAST = nullptr;
-#endif
 
-}  // namespace mjson::pool
+}  // namespace mjson::detail::pool
 
 // ---------------------------------------------------------------------------
 // Releasing values
@@ -544,12 +471,12 @@ constexpr size_t kPendingKeep = 4096;
 }  // namespace
 
 void JsonUseCounted::Destroy() const noexcept {
-  mjson::pool::ThreadState* state = mjson::pool::State();
+  mjson::detail::pool::ThreadState* state = mjson::detail::pool::State();
   if (!state) [[unlikely]] {
     Dispose(nullptr);
     return;
   }
-  mjson::pool::PendingDeletes& pending = state->pending;
+  mjson::detail::pool::PendingDeletes& pending = state->pending;
   if (pending.active) {
     pending.items.push_back(this);
     return;
@@ -561,39 +488,39 @@ void JsonUseCounted::Destroy() const noexcept {
     pending.items.pop_back();
     const auto tagged = reinterpret_cast<uintptr_t>(next);
     if (tagged & 1)
-      reinterpret_cast<mjson::Arena*>(tagged & ~uintptr_t(1))->DropHold();
+      reinterpret_cast<mjson::detail::Arena*>(tagged & ~uintptr_t(1))->DropHold();
     else
       next->Dispose(&pending);
   }
   if (pending.items.capacity() > kPendingKeep) {
-    const bool large = pending.items.capacity() * sizeof(void*) >= mjson::pool::kLargeBlock;
+    const bool large = pending.items.capacity() * sizeof(void*) >= mjson::detail::pool::kLargeBlock;
     pending.items.shrink_to_fit();
-    if (large) mjson::pool::ReturnFreedPages();
+    if (large) mjson::detail::ReturnFreedPages();
   }
   pending.active = false;
 }
 
-mjson::ScratchSlot* mjson::ThreadScratchSlot(ScratchUse use) {
+mjson::detail::ScratchSlot* mjson::detail::ThreadScratchSlot(ScratchUse use) {
   pool::ThreadState* state = pool::State();
   return state ? &state->scratch[static_cast<size_t>(use)] : nullptr;
 }
 
-void* JsonPoolAllocate(size_t size) {
-  return mjson::pool::Allocate(size);
+void* mjson::detail::JsonPoolAllocate(size_t size) {
+  return mjson::detail::pool::Allocate(size);
 }
 
-void JsonPoolFree(void* p, size_t size) noexcept {
-  mjson::pool::Free(p, size);
+void mjson::detail::JsonPoolFree(void* p, size_t size) noexcept {
+  mjson::detail::pool::Free(p, size);
 }
 
-void JsonListTooLong() {
+void mjson::detail::JsonListTooLong() {
   throw std::length_error("a JSON container cannot hold that many children");
 }
 
 void* JsonValue::operator new(size_t size) {
-  return mjson::pool::Allocate(size);
+  return mjson::detail::pool::Allocate(size);
 }
 
 void JsonValue::operator delete(void* p, size_t size) noexcept {
-  mjson::pool::Free(p, size);
+  mjson::detail::pool::Free(p, size);
 }

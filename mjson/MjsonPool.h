@@ -7,19 +7,15 @@
 #include <cstdint>
 #include <new>
 
-namespace mjson::pool {
+#include "MjsonPlatform.h"
+
+namespace mjson::detail::pool {
 
 // Builds under AddressSanitizer use the plain heap, so that use after free
 // and overruns stay visible to it; so does any build that defines
 // MJSON_NO_POOL.
-#if defined(MJSON_NO_POOL) || defined(__SANITIZE_ADDRESS__)
+#if defined(MJSON_NO_POOL) || defined(MJSON_ADDRESS_SANITIZER) || defined(MJSON_MEMORY_SANITIZER)
 inline constexpr bool kPoolNodes = false;
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(memory_sanitizer)
-inline constexpr bool kPoolNodes = false;
-#else
-inline constexpr bool kPoolNodes = true;
-#endif
 #else
 inline constexpr bool kPoolNodes = true;
 #endif
@@ -63,41 +59,18 @@ struct ThreadCache {
 };
 
 // This thread's cache: the first part of the thread's state, which lives on
-// the heap (MjsonPool.cpp). The allocation fast paths reach it through one
-// pointer per thread: thread storage in the initial-exec model on ELF
-// systems (a load at a fixed offset from the thread pointer: a library's
-// thread storage in the general model costs a call into the dynamic linker
-// on every access), a slot of the system's thread storage on Windows
-// (MinGW emulates thread storage through the threads library, with a lock
-// per access). A thread without a state yet sees an unused cache that is
-// never written: its empty lists send both paths to the slow side, which
-// makes the state.
+// the heap (MjsonPool.cpp). The allocation fast paths reach it through the
+// thread's word (MjsonPlatform.h). A thread without a state yet sees an
+// unused cache that is never written: its empty lists send both paths to
+// the slow side, which makes the state.
 extern ThreadCache gUnusedCache;
-#if defined(_WIN32)
-#define MJSON_STATE_SLOT 1
-extern "C" __declspec(dllimport) void* __stdcall TlsGetValue(unsigned long index);
-extern std::atomic<unsigned long> gStateSlot;
 inline ThreadCache* ThreadPointer() {
-  return static_cast<ThreadCache*>(TlsGetValue(gStateSlot.load(std::memory_order_relaxed)));
+  return static_cast<ThreadCache*>(ThreadWord());
 }
-#else
-#if defined(__ELF__)
-#define MJSON_TLS_FAST __attribute__((tls_model("initial-exec")))
-#else
-#define MJSON_TLS_FAST
-#endif
-extern constinit thread_local ThreadCache* tThread MJSON_TLS_FAST;
-inline ThreadCache* ThreadPointer() {
-  return tThread;
-}
-#endif
 inline ThreadCache& Cache() {
   ThreadCache* cache = ThreadPointer();
   return cache ? *cache : gUnusedCache;
 }
-
-// Asks the C library to give its free pages back to the system.
-void ReturnFreedPages();
 
 // Blocks of dead document arenas (MjsonArena.h), kept by the thread that
 // freed them for the next arena it builds. A loop that copies a document
@@ -157,4 +130,4 @@ inline void Free(void* p, size_t size) noexcept {
   --c.room;
 }
 
-}  // namespace mjson::pool
+}  // namespace mjson::detail::pool

@@ -14,7 +14,7 @@
 #include <cstddef>
 #include <vector>
 
-namespace mjson {
+namespace mjson::detail {
 
 // The uses that keep a scratch vector per thread.
 enum class ScratchUse : size_t {
@@ -71,4 +71,4 @@ class Scratch {
   std::vector<T>* fVector;
 };
 
-}  // namespace mjson
+}  // namespace mjson::detail

@@ -9,10 +9,7 @@
 #include "MjsonInternal.h"
 #include "MjsonScratch.h"
 
-using mjson::FindSpecial;
-using mjson::IsDigit;
-using mjson::kOnes;
-using mjson::Load8;
+using namespace mjson::detail;
 
 // ---------------------------------------------------------------------------
 // Lexical steps
@@ -33,21 +30,7 @@ void JsonValue::SkipWhitespace(const std::string& text, ParserContext& ctx) {
     char c = data[p];
     if (static_cast<unsigned char>(c) > ' ') break;
     if (c == ' ' || c == '\t') {
-      ++p;
-      // Indentation comes in runs of blanks.
-#if defined(__SSE2__)
-      while (n - p >= 16) {
-        unsigned blanks = static_cast<unsigned>(_mm_movemask_epi8(_mm_cmpeq_epi8(
-            _mm_loadu_si128(reinterpret_cast<const __m128i*>(data + p)), _mm_set1_epi8(' '))));
-        if (blanks != 0xFFFF) {
-          p += static_cast<size_t>(__builtin_ctz(~blanks));
-          break;
-        }
-        p += 16;
-      }
-#else
-      while (n - p >= 8 && Load8(data + p) == kOnes * ' ') p += 8;
-#endif
+      p = SkipBlanks(data, p + 1, n);  // indentation comes in runs of blanks
     } else if (c == '\n' || c == '\r') {
       ++p;
       // CR LF and LF CR are one break; CR CR is two.
@@ -322,15 +305,15 @@ class TextParser {
 
   const std::string& fText;
   ParserContext& fCtx;
-  mjson::Scratch<Frame, mjson::ScratchUse::kTextFrames> fFramesScratch;
+  mjson::detail::Scratch<Frame, mjson::detail::ScratchUse::kTextFrames> fFramesScratch;
   std::vector<Frame>& fFrames = fFramesScratch.Get();
-  mjson::Scratch<JsonObject::Member, mjson::ScratchUse::kTextPairs> fPairsScratch;
+  mjson::detail::Scratch<JsonObject::Member, mjson::detail::ScratchUse::kTextPairs> fPairsScratch;
   std::vector<JsonObject::Member>& fPairs = fPairsScratch.Get();
-  mjson::Scratch<JsonValue*, mjson::ScratchUse::kTextValues> fValuesScratch;
+  mjson::detail::Scratch<JsonValue*, mjson::detail::ScratchUse::kTextValues> fValuesScratch;
   std::vector<JsonValue*>& fValues = fValuesScratch.Get();
   std::string fKey;
   // Where the document is built; null for the pool.
-  mjson::Arena* fArena = nullptr;
+  mjson::detail::Arena* fArena = nullptr;
 };
 
 JsonValue* TextParser::ParseScalar() {
@@ -341,28 +324,29 @@ JsonValue* TextParser::ParseScalar() {
     case '"': {
       std::string_view s;
       if (!ScanString(s)) return nullptr;
-      return mjson::MakeNode<JsonString>(fArena, s.data(), s.size(), fArena, JsonString::Trusted{});
+      return mjson::detail::MakeNode<JsonString>(fArena, s.data(), s.size(), fArena,
+                                                 JsonString::Trusted{});
     }
     case 't':
       if (t.size() - p >= 4 && memcmp(t.data() + p, "true", 4) == 0) {
         fCtx.fPosition = p + 4;
-        return mjson::MakeNode<JsonTrue>(fArena);
+        return mjson::detail::MakeNode<JsonTrue>(fArena);
       }
       break;
     case 'f':
       if (t.size() - p >= 5 && memcmp(t.data() + p, "false", 5) == 0) {
         fCtx.fPosition = p + 5;
-        return mjson::MakeNode<JsonFalse>(fArena);
+        return mjson::detail::MakeNode<JsonFalse>(fArena);
       }
       break;
     case 'n':
       if (t.size() - p >= 4 && memcmp(t.data() + p, "null", 4) == 0) {
         fCtx.fPosition = p + 4;
-        return mjson::MakeNode<JsonNull>(fArena);
+        return mjson::detail::MakeNode<JsonNull>(fArena);
       }
       break;
     default:
-      if (c == '-' || IsDigit(c)) return mjson::ParseNumber(t, fCtx, fArena);
+      if (c == '-' || IsDigit(c)) return mjson::detail::ParseNumber(t, fCtx, fArena);
       break;
   }
   Fail("not a JSON value");
@@ -375,7 +359,7 @@ void TextParser::Open(Kind kind, const JsonCompiledObjectContext* table) {
   f.previous = fText[fCtx.fPosition];
   f.table = table;
   if (kind == Kind::kCompiled) {
-    f.compiled = mjson::MakeNode<JsonCompiledObject>(fArena, table, fArena);
+    f.compiled = mjson::detail::MakeNode<JsonCompiledObject>(fArena, table, fArena);
   } else {
     f.base = kind == Kind::kObject ? fPairs.size() : fValues.size();
   }
@@ -481,7 +465,7 @@ JsonValue* TextParser::CloseFrame() {
   JsonValue* done;
   switch (f.kind) {
     case Kind::kArray: {
-      auto* array = mjson::MakeNode<JsonArray>(fArena);
+      auto* array = mjson::detail::MakeNode<JsonArray>(fArena);
       array->AdoptValues(fValues.data() + f.base, fValues.size() - f.base, fArena);
       fValues.resize(f.base);
       done = array;
@@ -492,7 +476,7 @@ JsonValue* TextParser::CloseFrame() {
       f.compiled = nullptr;
       break;
     default: {
-      auto* object = mjson::MakeNode<JsonObject>(fArena, fCtx.fKeepObjectOrder);
+      auto* object = mjson::detail::MakeNode<JsonObject>(fArena, fCtx.fKeepObjectOrder);
       object->AdoptMembers(fPairs.data() + f.base, fPairs.size() - f.base, fArena);
       fPairs.resize(f.base);
       done = object;
@@ -601,7 +585,7 @@ void TextParser::Unwind(bool failedInValue) {
 
 JsonValue* TextParser::Run(ValueMode mode, const JsonCompiledObjectContext* table) {
   const size_t left = fCtx.fPosition < fText.size() ? fText.size() - fCtx.fPosition : 0;
-  fArena = mjson::Arena::ForInput(left);
+  fArena = mjson::detail::Arena::ForInput(left);
   JsonValue* value = Build(mode, table);
   if (fArena) fArena->Finish(value);
   fArena = nullptr;
@@ -664,7 +648,7 @@ JsonAutoRefPtr<JsonValue> JsonValue::ReadFromString(const std::string& text, Par
     // MessagePack documents are arrays or maps; no JSON text starts with
     // one of their type bytes.
     if (ctx->fDetectMsgPack && !text.empty() &&
-        mjson::msgpack::IsContainerCode(static_cast<unsigned char>(text[0])))
+        mjson::detail::msgpack::IsContainerCode(static_cast<unsigned char>(text[0])))
       return ReadFromMsgPack(text, ctx, compiled);
     ctx->Reset();
   } else {
@@ -673,11 +657,12 @@ JsonAutoRefPtr<JsonValue> JsonValue::ReadFromString(const std::string& text, Par
   if (!ctx->fNoUTF8Check && ctx->fCheckInputUTF8) ctx->fInputIsUTF8 = IsUTF8(text);
   SkipBOM(text, *ctx);
   SkipWhitespace(text, *ctx);
-  return mjson::FinishRead(text, *ctx, JsonAutoRefPtr<JsonValue>(Parse(text, *ctx, compiled)));
+  return mjson::detail::FinishRead(text, *ctx,
+                                   JsonAutoRefPtr<JsonValue>(Parse(text, *ctx, compiled)));
 }
 
-JsonAutoRefPtr<JsonValue> mjson::FinishRead(const std::string& input, ParserContext& ctx,
-                                            JsonAutoRefPtr<JsonValue> value) {
+JsonAutoRefPtr<JsonValue> mjson::detail::FinishRead(const std::string& input, ParserContext& ctx,
+                                                    JsonAutoRefPtr<JsonValue> value) {
   if (!value) return value;
   JsonValue::SkipWhitespace(input, ctx);
   if (ctx.fPosition < input.size()) {

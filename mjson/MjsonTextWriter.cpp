@@ -8,7 +8,7 @@
 #include "Mjson.h"
 #include "MjsonInternal.h"
 
-using mjson::FindSpecial;
+using namespace mjson::detail;
 
 // ---------------------------------------------------------------------------
 // Writing scalars
@@ -70,23 +70,6 @@ class TextSink {
   char fBuffer[kBytes];
   char* fCur = fBuffer;
 };
-
-// Whether a string of at most 16 bytes holds a byte that needs escaping,
-// in a word or two read over it: most keys and many values are that short.
-inline bool ShortHasSpecial(const char* p, size_t n) {
-  if (n >= 8)
-    return (mjson::SpecialLanes(mjson::Load8(p)) | mjson::SpecialLanes(mjson::Load8(p + n - 8))) !=
-           0;
-  if (n >= 4) {
-    uint32_t a, b;
-    memcpy(&a, p, 4);
-    memcpy(&b, p + n - 4, 4);
-    return mjson::SpecialLanes(a | (static_cast<uint64_t>(b) << 32)) != 0;
-  }
-  for (size_t i = 0; i < n; ++i)
-    if (mjson::IsSpecialByte(static_cast<unsigned char>(p[i]))) return true;
-  return false;
-}
 
 // The escapes of the bytes from `p`, which needs one, up to `end`, and the
 // runs between them.
@@ -185,8 +168,8 @@ inline bool WriteScalar(const JsonValue* v, TextSink& sink) {
       return true;
     case JsonValue::Integer: {
       auto* i = static_cast<const JsonInteger*>(v);
-      sink.Commit(mjson::WriteInteger(sink.Reserve(mjson::kMaxIntegerText), i->RawValue(),
-                                      i->IsLargeUnsigned()));
+      sink.Commit(mjson::detail::WriteInteger(sink.Reserve(mjson::detail::kMaxIntegerText),
+                                              i->RawValue(), i->IsLargeUnsigned()));
       return true;
     }
     case JsonValue::Real: {

@@ -10,35 +10,15 @@
 #include "Mjson.h"
 #include "MjsonInternal.h"
 
+using namespace mjson::detail;
+
 // ---------------------------------------------------------------------------
 // Reference counting
 
-namespace {
-
-// The name the process was started under, as the C library's assert
-// prints it.
-const char* ProgramName() {
-#if defined(__GLIBC__)
-  return program_invocation_short_name;
-#elif defined(__APPLE__) || defined(__FreeBSD__)
-  return getprogname();
-#elif defined(_WIN32)
-  const char* path = _pgmptr ? _pgmptr : "";
-  const char* name = path;
-  for (const char* p = path; *p; ++p)
-    if (*p == '/' || *p == '\\') name = p + 1;
-  return name;
-#else
-  return "mjson";
-#endif
-}
-
-}  // namespace
-
 // Written like the C library's assert, which NDEBUG would silence: these
 // checks must survive release builds.
-void MjsonAssertionFailed(const char* expression, const char* file, unsigned line,
-                          const char* function) noexcept {
+void mjson::detail::AssertionFailed(const char* expression, const char* file, unsigned line,
+                                    const char* function) noexcept {
   fprintf(stderr, "%s: %s:%u: %s: Assertion `%s' failed.\n", ProgramName(), file, line, function,
           expression);
   fflush(stderr);
@@ -48,7 +28,7 @@ void MjsonAssertionFailed(const char* expression, const char* file, unsigned lin
 // The expression, file, line and function are the message users see when a
 // reference is released once too often; they never change.
 void JsonUseCounted::FailUseCountCheck() noexcept {
-  MjsonAssertionFailed("fUseCount > 0", "JsonAutoRefPtr", 372, "Release");
+  mjson::detail::AssertionFailed("fUseCount > 0", "JsonAutoRefPtr", 372, "Release");
 }
 
 // ---------------------------------------------------------------------------
@@ -71,12 +51,12 @@ void JsonValue::PrintCounter() {
 void CompactString::InitHeap(const char* p, size_t n) {
   char* block;
   if (n < kHuge) {
-    block = static_cast<char*>(mjson::pool::Allocate(n));
+    block = static_cast<char*>(mjson::detail::pool::Allocate(n));
     memcpy(block, p, n);
     uint32_t n32 = static_cast<uint32_t>(n);
     memcpy(fBytes, &n32, 4);
   } else {
-    block = static_cast<char*>(mjson::pool::Allocate(n + 8));
+    block = static_cast<char*>(mjson::detail::pool::Allocate(n + 8));
     memcpy(block, &n, 8);
     memcpy(block + 8, p, n);
     memcpy(fBytes, &kHuge, 4);
@@ -86,7 +66,7 @@ void CompactString::InitHeap(const char* p, size_t n) {
 
 void CompactString::FreeHeap() {
   uint32_t n = SizeField();
-  mjson::pool::Free(Block(), n != kHuge ? n : HugeSize() + 8);
+  mjson::detail::pool::Free(Block(), n != kHuge ? n : HugeSize() + 8);
 }
 
 JsonString::JsonString(std::string_view s, bool* isKnownUTF8, bool* isValid) : JsonValue(String) {
@@ -255,20 +235,21 @@ namespace {
 
 // A copy of the scalar `v`, or null for a container. Inline in the copy's
 // loops: most of a copy's nodes are scalars.
-[[gnu::always_inline]] inline JsonValue* CopyScalar(const JsonValue& v, mjson::Arena* arena) {
+[[gnu::always_inline]] inline JsonValue* CopyScalar(const JsonValue& v,
+                                                    mjson::detail::Arena* arena) {
   // Tests in the order of how common the kinds are, rather than a jump
   // table: a mispredicted indirect jump costs the copy its overlap of the
   // loads of the next children.
   const JsonValue::EJsonValueType type = v.Type();
   if (type == JsonValue::String)
-    return mjson::MakeNode<JsonString>(arena, static_cast<const JsonString&>(v), arena);
+    return mjson::detail::MakeNode<JsonString>(arena, static_cast<const JsonString&>(v), arena);
   if (type == JsonValue::Real)
-    return mjson::MakeNode<JsonReal>(arena, static_cast<const JsonReal&>(v), arena);
+    return mjson::detail::MakeNode<JsonReal>(arena, static_cast<const JsonReal&>(v), arena);
   if (type == JsonValue::Integer)
-    return mjson::MakeNode<JsonInteger>(arena, static_cast<const JsonInteger&>(v));
-  if (type == JsonValue::True) return mjson::MakeNode<JsonTrue>(arena);
-  if (type == JsonValue::False) return mjson::MakeNode<JsonFalse>(arena);
-  if (type == JsonValue::Null) return mjson::MakeNode<JsonNull>(arena);
+    return mjson::detail::MakeNode<JsonInteger>(arena, static_cast<const JsonInteger&>(v));
+  if (type == JsonValue::True) return mjson::detail::MakeNode<JsonTrue>(arena);
+  if (type == JsonValue::False) return mjson::detail::MakeNode<JsonFalse>(arena);
+  if (type == JsonValue::Null) return mjson::detail::MakeNode<JsonNull>(arena);
   return nullptr;
 }
 
@@ -276,7 +257,7 @@ namespace {
 
 // The copy walks the source with a stack of its own, breadth-first within
 // each container, so a document of any depth copies on constant call stack.
-void TreeCopier::CopyChildren(JsonValue* dst, const JsonValue* src, mjson::Arena* arena) {
+void TreeCopier::CopyChildren(JsonValue* dst, const JsonValue* src, mjson::detail::Arena* arena) {
   struct Frame {
     JsonValue* dst;
     const JsonValue* src;
@@ -370,11 +351,11 @@ void TreeCopier::CopyChildren(JsonValue* dst, const JsonValue* src, mjson::Arena
   }
 }
 
-JsonValue* TreeCopier::ShallowCopy(const JsonValue& v, mjson::Arena* arena, size_t room) {
+JsonValue* TreeCopier::ShallowCopy(const JsonValue& v, mjson::detail::Arena* arena, size_t room) {
   switch (v.Type()) {
     case JsonValue::Object: {
       auto& o = static_cast<const JsonObject&>(v);
-      auto* copy = mjson::MakeNode<JsonObject>(arena, o.KeepsOrder());
+      auto* copy = mjson::detail::MakeNode<JsonObject>(arena, o.KeepsOrder());
       const size_t n = o.Size() + room;
       if (arena)
         copy->fMembers.Borrow(arena->Array<JsonObject::Member>(n), n);
@@ -384,7 +365,7 @@ JsonValue* TreeCopier::ShallowCopy(const JsonValue& v, mjson::Arena* arena, size
     }
     case JsonValue::CompiledObject: {
       auto& o = static_cast<const JsonCompiledObject&>(v);
-      auto* copy = mjson::MakeNode<JsonCompiledObject>(arena, o.Context(), arena);
+      auto* copy = mjson::detail::MakeNode<JsonCompiledObject>(arena, o.Context(), arena);
       if (copy->fSlots.size() != o.SlotCount()) {  // the table grew since `o` was made
         if (arena) copy->fSlots.Borrow(arena->Array<JsonValue*>(o.SlotCount()), o.SlotCount());
         copy->fSlots.assign(o.SlotCount(), nullptr);
@@ -394,7 +375,7 @@ JsonValue* TreeCopier::ShallowCopy(const JsonValue& v, mjson::Arena* arena, size
     }
     case JsonValue::Array: {
       auto& a = static_cast<const JsonArray&>(v);
-      auto* copy = mjson::MakeNode<JsonArray>(arena);
+      auto* copy = mjson::detail::MakeNode<JsonArray>(arena);
       const size_t n = a.Size() + room;
       if (arena)
         copy->fValues.Borrow(arena->Array<JsonValue*>(n), n);
@@ -470,7 +451,7 @@ JsonValue* TreeCopier::Copy(const JsonValue& value, bool toChange) {
     if (IsContainer(copy)) CopyChildren(copy, &value);
     return copy;
   }
-  mjson::Arena* arena = mjson::Arena::ForCopy(value, toChange);
+  mjson::detail::Arena* arena = mjson::detail::Arena::ForCopy(value, toChange);
   try {
     // A copy to be changed gets room to grow by a few children at its
     // root, where most changes of a script happen: a loop of appends or
@@ -563,6 +544,8 @@ bool operator==(const JsonValue& a, const JsonValue& b) {
 // ---------------------------------------------------------------------------
 // Typed views and proxies
 
+namespace mjson {
+
 JsonValue* NewEmptyValue(JsonValue::EJsonValueType type) {
   switch (type) {
     case JsonValue::String:
@@ -626,6 +609,8 @@ bool IsEmptyValue(const JsonValue* value) {
       return false;
   }
 }
+
+}  // namespace mjson
 
 JsonAutoRefPtr<JsonObject> ConvertToObject(const JsonAutoRefPtr<JsonValue>& value) {
   if (!value || value->Type() != JsonValue::Object) return {};

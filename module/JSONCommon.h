@@ -23,7 +23,7 @@ inline bool IsObjectLike(const ValuePtr& value) {
 // A new reference to the member `key` of an object or compiled object, or
 // empty.
 inline ValuePtr MemberOf(const ValuePtr& container, const std::string& key) {
-  return container ? JsonShare(MemberOf(*container, key)) : ValuePtr();
+  return container ? mjson::JsonShare(mjson::MemberOf(*container, key)) : ValuePtr();
 }
 
 // `value` as an array, or null when it is none.

@@ -6,7 +6,7 @@ JSONObj::JSONObj(unsigned int typeId, Zentor::IContext*)
     : CustomType(typeId, kJSONName), fRoot(new JsonNull()) {}
 
 JSONObj::JSONObj(unsigned int typeId, JsonValue::EJsonValueType type, Zentor::IContext*)
-    : CustomType(typeId, kJSONName), fRoot(NewEmptyValue(type)) {}
+    : CustomType(typeId, kJSONName), fRoot(mjson::NewEmptyValue(type)) {}
 
 // The script functions make their changed copies this way, so the copy is
 // made to be changed (it stays cheap to free after the change).

@@ -94,7 +94,7 @@ std::string Key(size_t i) {
 }
 
 uint64_t OneByOne() {
-  return mjson::Arena::NodesDestroyedOneByOne();
+  return mjson::detail::Arena::NodesDestroyedOneByOne();
 }
 
 TEST(Arena, UnsharedDocumentsDieWithoutAWalk) {
@@ -132,17 +132,18 @@ TEST(Arena, SharedOrChangedTreesDieNodeByNode) {
   } cases[] = {
       {"a member held",
        [](const ValuePtr& doc, std::vector<ValuePtr>& kept) {
-         kept.push_back(JsonShare(doc->GetSubNode("meta")));
+         kept.push_back(mjson::JsonShare(doc->GetSubNode("meta")));
        }},
       {"a deep leaf held twice",
        [](const ValuePtr& doc, std::vector<ValuePtr>& kept) {
          JsonValue* leaf = doc->GetSubNode("items")->GetSubNode("7")->GetSubNode("name");
-         kept.push_back(JsonShare(leaf));
-         kept.push_back(JsonShare(leaf));
+         kept.push_back(mjson::JsonShare(leaf));
+         kept.push_back(mjson::JsonShare(leaf));
        }},
       {"a pending real held",
        [](const ValuePtr& doc, std::vector<ValuePtr>& kept) {
-         kept.push_back(JsonShare(doc->GetSubNode("items")->GetSubNode("3")->GetSubNode("price")));
+         kept.push_back(
+             mjson::JsonShare(doc->GetSubNode("items")->GetSubNode("3")->GetSubNode("price")));
        }},
       {"a member added",
        [](const ValuePtr& doc, std::vector<ValuePtr>&) {
@@ -167,7 +168,7 @@ TEST(Arena, SharedOrChangedTreesDieNodeByNode) {
       {"a node moved to another tree",
        [](const ValuePtr& doc, std::vector<ValuePtr>& kept) {
          JsonAutoRefPtr<JsonArray> other(new JsonArray());
-         other->AddValue(JsonShare(doc->GetSubNode("items")->GetSubNode("1")));
+         other->AddValue(mjson::JsonShare(doc->GetSubNode("items")->GetSubNode("1")));
          kept.push_back(other);
        }},
   };
@@ -200,7 +201,7 @@ TEST(Arena, DeepTreeWithAHeldLeaf) {
     ASSERT_TRUE(doc) << b.name;
     JsonValue* node = doc.get();
     for (size_t i = 0; i < kDeep; ++i) node = node->GetSubNode("0");
-    ValuePtr leaf = JsonShare(node);
+    ValuePtr leaf = mjson::JsonShare(node);
     doc = nullptr;
     EXPECT_EQ(Text(*leaf), "\"the bottom of a very deep document\"") << b.name;
   }
@@ -228,7 +229,7 @@ TEST(Arena, FailedBuildsLeaveNothing) {
 TEST(Arena, RepeatedKeysInObjectsOfEverySize) {
   for (size_t members : {3, 8, 9, 40, 300}) {
     for (bool inArena : {false, true}) {
-      mjson::Arena::SetMinInput(inArena ? 0 : mjson::Arena::kDefaultMinInput);
+      mjson::detail::Arena::SetMinInput(inArena ? 0 : mjson::detail::Arena::kDefaultMinInput);
       auto member = [](size_t key, size_t value) {
         std::string m = "\"k";
         m += std::to_string(key);
@@ -253,7 +254,7 @@ TEST(Arena, RepeatedKeysInObjectsOfEverySize) {
       ctx.fKeepObjectOrder = true;
       ValuePtr v = JsonValue::ReadFromString(text, &ctx, nullptr);
       ASSERT_TRUE(v) << ctx.fError;
-      EXPECT_EQ(v->InArena(), inArena || text.size() >= mjson::Arena::kDefaultMinInput);
+      EXPECT_EQ(v->InArena(), inArena || text.size() >= mjson::detail::Arena::kDefaultMinInput);
       for (const ValuePtr& doc :
            {v, ValuePtr(JsonValue::ReadFromMsgPack(Pack(*v), nullptr, nullptr)),
             JsonValue::Copy(*v)}) {
@@ -266,7 +267,7 @@ TEST(Arena, RepeatedKeysInObjectsOfEverySize) {
       }
     }
   }
-  mjson::Arena::SetMinInput(mjson::Arena::kDefaultMinInput);
+  mjson::detail::Arena::SetMinInput(mjson::detail::Arena::kDefaultMinInput);
 }
 
 // The first lookups of a large parsed object, from many threads at once:
@@ -308,7 +309,8 @@ TEST(Arena, HoldersOnManyThreads) {
     std::vector<ValuePtr> held;
     std::vector<std::string> expected;
     for (int t = 0; t < kThreads; ++t) {
-      held.push_back(JsonShare(doc->GetSubNode("items")->GetSubNode(std::to_string(t * 10))));
+      held.push_back(
+          mjson::JsonShare(doc->GetSubNode("items")->GetSubNode(std::to_string(t * 10))));
       expected.push_back(Text(*held.back()));
     }
     TestBarrier barrier(kThreads + 1);
@@ -335,9 +337,9 @@ TEST(Arena, HoldersOnManyThreads) {
 // The same document in the pool, node by node: what a change to a copy
 // made to be changed must come to.
 ValuePtr InPool(const std::string& text) {
-  mjson::Arena::SetMinInput(SIZE_MAX);
+  mjson::detail::Arena::SetMinInput(SIZE_MAX);
   ValuePtr v = FromText(text);
-  mjson::Arena::SetMinInput(mjson::Arena::kDefaultMinInput);
+  mjson::detail::Arena::SetMinInput(mjson::detail::Arena::kDefaultMinInput);
   return v;
 }
 
@@ -463,7 +465,7 @@ TEST(Arena, ChangedCopiesWalkWhenTheyMust) {
   EXPECT_GT(OneByOne(), before) << "many containers changed";
 
   copy = JsonValue::CopyToChange(*source);
-  ValuePtr held = JsonShare(copy->GetSubNode("meta"));
+  ValuePtr held = mjson::JsonShare(copy->GetSubNode("meta"));
   const std::string heldText = Text(*held);
   static_cast<JsonObject&>(*copy).InsertValue("added", outside, false);
   before = OneByOne();
@@ -474,7 +476,7 @@ TEST(Arena, ChangedCopiesWalkWhenTheyMust) {
   EXPECT_EQ(outside->UseCount(), 1);
 
   copy = JsonValue::CopyToChange(*source);
-  held = JsonShare(copy->GetSubNode("items")->GetSubNode("9"));
+  held = mjson::JsonShare(copy->GetSubNode("items")->GetSubNode("9"));
   static_cast<JsonObject&>(*copy).InsertValue("added", outside, false);
   Items(*copy)->EraseAtIndex(9);
   held = nullptr;
@@ -493,7 +495,7 @@ TEST(Arena, PartsOfACopyChangedOnTwoThreads) {
   ValuePtr source = FromText(text);
   for (int round = 0; round < 20; ++round) {
     ValuePtr copy = JsonValue::CopyToChange(*source);
-    ValuePtr part = JsonShare(copy->GetSubNode("items")->GetSubNode("4"));
+    ValuePtr part = mjson::JsonShare(copy->GetSubNode("items")->GetSubNode("4"));
     Items(*copy)->EraseAtIndex(4);
     TestBarrier barrier(2);
     std::thread other([&] {
@@ -505,8 +507,8 @@ TEST(Arena, PartsOfACopyChangedOnTwoThreads) {
     barrier.ArriveAndWait();
     for (int i = 0; i < 300; ++i) Items(*copy)->AddInteger(i);
     other.join();
-    EXPECT_EQ(ContainerSize(*part), 305u);
-    EXPECT_EQ(ContainerSize(*copy->GetSubNode("items")), 499u);
+    EXPECT_EQ(mjson::ContainerSize(*part), 305u);
+    EXPECT_EQ(mjson::ContainerSize(*copy->GetSubNode("items")), 499u);
     if (round % 2) std::swap(copy, part);  // either may die first
     copy = nullptr;
     part = nullptr;
@@ -520,7 +522,7 @@ TEST(Arena, LoopsOfEditsReuseTheirMemory) {
 #if defined(__linux__)
   if (std::getenv("ZENTOR_EMULATED"))
     GTEST_SKIP() << "under an emulator, page faults are the emulator's";
-  if (!mjson::pool::kPoolNodes) GTEST_SKIP() << "builds without the pool keep no blocks";
+  if (!mjson::detail::pool::kPoolNodes) GTEST_SKIP() << "builds without the pool keep no blocks";
   std::string text = "{";
   for (int i = 0; i < 8000; ++i) text += (i ? ",\"" : "\"") + Key(i) + "\":" + std::to_string(i);
   text += "}";

@@ -36,7 +36,8 @@ std::vector<std::string> MakeKeys(bool colliding) {
       c = static_cast<char>('a' + (bits & 15));
       bits >>= 8;
     }
-    if (!colliding || (MjsonFastKeyHash(key.data(), key.size()) & 0xFFFF) < 32) keys.push_back(key);
+    if (!colliding || (mjson::detail::FastKeyHash(key.data(), key.size()) & 0xFFFF) < 32)
+      keys.push_back(key);
   }
   std::sort(keys.begin(), keys.end());
   keys.erase(std::unique(keys.begin(), keys.end()), keys.end());
@@ -154,7 +155,7 @@ TEST(HostileInput, MemoryOfAFreedDocumentGoesBack) {
     }
     text += ']';
     JsonAutoRefPtr<JsonValue> doc = parse(text);
-    ASSERT_EQ(ContainerSize(*doc), 2000000u);
+    ASSERT_EQ(mjson::ContainerSize(*doc), 2000000u);
     std::string().swap(text);
     peak = ResidentBytes();
   }

@@ -46,7 +46,8 @@ JsonValue::EJsonValueType ValueTypeOf(JSONWrapper::EJsonStartType type) {
 
 }  // namespace
 
-JSONData::JSONData(JSONWrapper::EJsonStartType type) : fRoot(NewEmptyValue(ValueTypeOf(type))) {}
+JSONData::JSONData(JSONWrapper::EJsonStartType type)
+    : fRoot(mjson::NewEmptyValue(ValueTypeOf(type))) {}
 
 JSONData::JSONData(const JsonAutoRefPtr<JsonValue>& root)
     : fRoot(root ? root : ValuePtr(new JsonNull())) {}

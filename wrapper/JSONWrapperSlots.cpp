@@ -144,12 +144,12 @@ IJSON* JSONWrapper::Interface_ElementMatchingDouble(const char* key, double valu
 unsigned long long JSONWrapper::Interface_Size() const {
   State().ClearError();
   const ValuePtr& root = Root();
-  return root ? ContainerSize(*root) : 0;
+  return root ? mjson::ContainerSize(*root) : 0;
 }
 
 bool JSONWrapper::Interface_Empty() const {
   State().ClearError();
-  return IsEmptyValue(Root().get());
+  return mjson::IsEmptyValue(Root().get());
 }
 
 JsonAutoRefPtr<JsonValue> JSONWrapper::MemberForRead(const char* key,
@@ -422,7 +422,7 @@ bool JSONWrapper::WalkMembers(Visit&& visit) const {
       for (size_t i = 0; i < object->Size(); ++i) {
         const JsonObject::Member& member = object->Members()[i];
         const std::string key = member.key.Str();
-        const AutoRefPtr<JSONWrapper> value = FromMJson(JsonShare(member.value));
+        const AutoRefPtr<JSONWrapper> value = FromMJson(mjson::JsonShare(member.value));
         if (!visit(key.c_str(), value.get(), i)) break;
       }
       return true;
