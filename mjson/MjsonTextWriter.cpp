@@ -3,10 +3,12 @@
 #include <stddef.h>
 #include <string.h>
 
+#include <algorithm>
 #include <vector>
 
 #include "Mjson.h"
 #include "MjsonInternal.h"
+#include "MjsonPool.h"
 
 using namespace mjson::detail;
 
@@ -17,22 +19,30 @@ namespace {
 
 constexpr char kHexDigits[] = "0123456789ABCDEF";
 
-// The output of the compact and indented loops: bytes go into a buffer on
-// the stack and on to the caller's string a block at a time. A small write
-// is then one bounds check and a copy of known shape, where each
-// std::string::append costs a call, its own checks and a memmove.
+// The output of the compact and indented loops. Bytes go into a buffer on
+// the stack and, once that is full, into blocks that the thread keeps from
+// write to write; the caller's string is then sized once, to the exact
+// length, and filled in one pass. A small write is one bounds check and a
+// copy of known shape, where each std::string::append costs a call, its own
+// checks and a memmove. Growing the caller's string as the text comes, by
+// doubling, copied the text again at every step and took fresh memory each
+// time, which the C library may have given back to the system in between:
+// a loop of writes into fresh strings then faulted every page in anew.
 class TextSink {
  public:
   explicit TextSink(std::string& out) : fOut(out) {}
-  ~TextSink() { Flush(); }
+  ~TextSink() {
+    // Normally everything has gone out; after an exception it is dropped.
+    ReleaseBlocks();
+  }
   TextSink(const TextSink&) = delete;
   TextSink& operator=(const TextSink&) = delete;
 
-  // Room for `n` (at most kBytes / 2) bytes at the returned position; the
+  // Room for `n` (at most kMaxReserve) bytes at the returned position; the
   // writer then hands the end of what it wrote to Commit.
   char* Reserve(size_t n) {
-    if (static_cast<size_t>(fBuffer + kBytes - fCur) < n) [[unlikely]]
-      Flush();
+    if (static_cast<size_t>(fLimit - fCur) < n) [[unlikely]]
+      NextBlock();
     return fCur;
   }
   void Commit(char* end) { fCur = end; }
@@ -42,13 +52,12 @@ class TextSink {
       char* d = Reserve(16);
       CopyShortBytes(d, p, n);
       fCur = d + n;
-    } else if (n <= kBytes / 2) {
+    } else if (n <= kMaxReserve) {
       char* d = Reserve(n);
       memcpy(d, p, n);
       fCur = d + n;
     } else {
-      Flush();
-      fOut.append(p, n);
+      AppendLong(p, n);
     }
   }
   void Append(std::string_view s) { Append(s.data(), s.size()); }
@@ -58,18 +67,99 @@ class TextSink {
     Flush();
     return fOut;
   }
+  // Moves everything written into the caller's string; `last` when
+  // nothing more follows, so that the string is sized exactly.
+  void Flush(bool last = true);
+
+  // The most that one Reserve may ask for: enough for any number.
+  static constexpr size_t kMaxReserve = 4096;
 
  private:
-  static constexpr size_t kBytes = 8192;
-  void Flush() {
-    fOut.append(fBuffer, static_cast<size_t>(fCur - fBuffer));
-    fCur = fBuffer;
-  }
+  static constexpr size_t kFirstBytes = 8192;
+  // Blocks after the first double from this size up to kBlockMax; both are
+  // sizes in which the thread keeps blocks.
+  static constexpr size_t kBlockMin = 64 << 10;
+  static constexpr size_t kBlockMax = 1 << 20;
+  static constexpr size_t kMaxSegments = 24;
+  static_assert(kMaxReserve <= kFirstBytes / 2);
+
+  struct Segment {
+    char* start;
+    size_t used;
+    size_t bytes;  // of the block; 0 for the buffer on the stack
+  };
+
+  void NextBlock();
+  void AppendLong(const char* p, size_t n);
+  void ReleaseBlocks() noexcept;
+  size_t Used() const { return static_cast<size_t>(fCur - fStart); }
 
   std::string& fOut;
-  char fBuffer[kBytes];
-  char* fCur = fBuffer;
+  char* fStart = fFirst;  // the block being filled
+  char* fCur = fFirst;
+  char* fLimit = fFirst + kFirstBytes;
+  size_t fBlockBytes = 0;  // of the block being filled; 0 for fFirst
+  size_t fNextBytes = kBlockMin;
+  size_t fFilledBytes = 0;  // in fSegments
+  size_t fSegmentCount = 0;
+  Segment fSegments[kMaxSegments];
+  char fFirst[kFirstBytes];
 };
+
+void TextSink::NextBlock() {
+  if (fSegmentCount == kMaxSegments) {
+    // A text this long (tens of megabytes) goes to the string in parts.
+    Flush(false);
+    return;
+  }
+  fSegments[fSegmentCount++] = {fStart, Used(), fBlockBytes};
+  fFilledBytes += Used();
+  const size_t bytes = fNextBytes;
+  void* block = pool::TakeKeptBlock(bytes, false);
+  if (!block) block = ::operator new(bytes);
+  fStart = fCur = static_cast<char*>(block);
+  fLimit = fStart + bytes;
+  fBlockBytes = bytes;
+  if (fNextBytes < kBlockMax) fNextBytes *= 2;
+}
+
+void TextSink::AppendLong(const char* p, size_t n) {
+  while (n) {
+    size_t room = static_cast<size_t>(fLimit - fCur);
+    if (room == 0) {
+      NextBlock();
+      room = static_cast<size_t>(fLimit - fCur);
+    }
+    const size_t take = n < room ? n : room;
+    memcpy(fCur, p, take);
+    fCur += take;
+    p += take;
+    n -= take;
+  }
+}
+
+void TextSink::Flush(bool last) {
+  // One allocation of the string for all of it, then the pieces in order.
+  // A part of a longer text leaves room to grow into, as the string would.
+  const size_t needed = fOut.size() + fFilledBytes + Used();
+  if (needed > fOut.capacity()) fOut.reserve(last ? needed : std::max(needed, 2 * fOut.capacity()));
+  for (size_t i = 0; i < fSegmentCount; ++i) fOut.append(fSegments[i].start, fSegments[i].used);
+  fOut.append(fStart, Used());
+  ReleaseBlocks();
+}
+
+void TextSink::ReleaseBlocks() noexcept {
+  // The buffer on the stack is written again from its start; the blocks go
+  // back to the thread for the next write.
+  for (size_t i = 0; i < fSegmentCount; ++i)
+    if (fSegments[i].bytes) pool::ReleaseBlock(fSegments[i].start, fSegments[i].bytes, false);
+  if (fBlockBytes) pool::ReleaseBlock(fStart, fBlockBytes, false);
+  fSegmentCount = 0;
+  fFilledBytes = 0;
+  fBlockBytes = 0;
+  fStart = fCur = fFirst;
+  fLimit = fFirst + kFirstBytes;
+}
 
 // The escapes of the bytes from `p`, which needs one, up to `end`, and the
 // runs between them.
@@ -210,6 +300,7 @@ void AppendQuotedString(std::string_view s, std::string& out) {
   if (first == end) return;
   TextSink sink(out);
   PutEscapes(sink, first, end);
+  sink.Flush();
 }
 
 void AppendQuotedString(const std::string& s, std::string& out) {
@@ -248,26 +339,59 @@ namespace {
 // indentation units that grows with the deepest level seen.
 class IndentRuns {
  public:
+  // Bytes readable past the end of every run: a run of up to this many
+  // bytes is copied with a move of fixed size, whatever its length.
+  static constexpr size_t kSlack = 64;
+
   IndentRuns(const std::string& unit, const std::string& newline)
       : fUnit(unit), fBase(1 + newline.size()) {
-    fRun.reserve(fBase + 16 * unit.size());
+    fRun.reserve(fBase + 16 * unit.size() + kSlack);
     fRun.push_back(',');
     fRun.append(newline);
+    fLength = fRun.size();
+    fRun.append(kSlack, ' ');
   }
   // ",", the newline, then `depth` units. Valid until the next call.
   std::string_view Separator(int depth) {
     const size_t n = fBase + static_cast<size_t>(depth) * fUnit.size();
-    while (fRun.size() < n) fRun.append(fUnit);
+    if (n > fLength) [[unlikely]]
+      Grow(n);
     return {fRun.data(), n};
   }
   // The same without the comma.
   std::string_view NewLine(int depth) { return Separator(depth).substr(1); }
 
  private:
+  void Grow(size_t n) {
+    fRun.resize(fLength);
+    while (fRun.size() < n) fRun.append(fUnit);
+    fLength = fRun.size();
+    fRun.append(kSlack, ' ');
+  }
+
   const std::string& fUnit;
   const size_t fBase;
+  size_t fLength;  // of the run; kSlack bytes of padding follow
   std::string fRun;
 };
+
+// A run cut from IndentRuns: one fixed-size move of 32 or 64 bytes, which
+// may copy padding past its end for the next write to cover.
+inline void PutRun(TextSink& out, std::string_view run) {
+  static_assert(IndentRuns::kSlack >= 64 && TextSink::kMaxReserve >= 64);
+  const size_t n = run.size();
+  if (n <= 32) {
+    char* d = out.Reserve(32);
+    __builtin_memcpy(d, run.data(), 32);
+    out.Commit(d + n);
+  } else if (n <= 64) {
+    char* d = out.Reserve(64);
+    __builtin_memcpy(d, run.data(), 64);
+    out.Commit(d + n);
+  } else {
+    out.Append(run);
+  }
+}
 
 const std::string kNothing;
 
@@ -300,8 +424,8 @@ class IndentedLayout {
   static constexpr std::string_view kAfterKey = ": ";
   IndentedLayout(const std::string& unit, const std::string& newline) : fRuns(unit, newline) {}
   Sep Separator(int depth) { return fRuns.Separator(depth); }
-  static void Put(TextSink& out, Sep sep, bool first) { out.Append(first ? sep.substr(1) : sep); }
-  void Close(TextSink& out, int depth) { out.Append(fRuns.NewLine(depth)); }
+  static void Put(TextSink& out, Sep sep, bool first) { PutRun(out, first ? sep.substr(1) : sep); }
+  void Close(TextSink& out, int depth) { PutRun(out, fRuns.NewLine(depth)); }
   void WriteCompiled(const JsonValue* v, TextSink& out, int depth) {
     WriteTree(v, out, fRuns, kAfterKey, depth);
   }
@@ -408,7 +532,10 @@ void WriteLaidOut(const JsonValue* root, std::string& result, L& layout, int dep
       next = Open(next, nextDepth, stack, layout, out);
       if (next) nextDepth = stack.back().depth + 1;
     }
-    if (stack.empty()) return;
+    if (stack.empty()) {
+      out.Flush();
+      return;
+    }
     Frame& f = stack.back();
     bool wroteAny = true;  // the container child just written
     const typename L::Sep sep = layout.Separator(f.depth + 1);
@@ -505,13 +632,13 @@ void WriteTree(const JsonValue* root, TextSink& out, IndentRuns& runs, std::stri
       }
     }
     if (!child) {
-      if (f.wroteAny) out.Append(runs.NewLine(f.depth));
+      if (f.wroteAny) PutRun(out, runs.NewLine(f.depth));
       out.Put(f.container->Type() == JsonValue::Array ? ']' : '}');
       stack.pop_back();
       continue;
     }
     const int childDepth = f.depth + 1;
-    out.Append(f.wroteAny ? runs.Separator(childDepth) : runs.NewLine(childDepth));
+    PutRun(out, f.wroteAny ? runs.Separator(childDepth) : runs.NewLine(childDepth));
     f.wroteAny = true;
     if (hasKey) PutQuoted(out, key, keyEnd);
     if (!WriteScalar(child, out)) open(child, childDepth);  // invalidates `f`
