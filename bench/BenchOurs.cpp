@@ -38,9 +38,14 @@ std::vector<TimedCase> OurCases(const BenchDoc& doc) {
     benchmark::DoNotOptimize(out.data());
     return !out.empty();
   }));
-  cases.push_back(MakeCase(doc, "msgpack-write", "ours", [parsed] {
+  // Writing MessagePack reads every real, which settles the ones that still
+  // hold their source text; the text writers then write those from the
+  // double instead of copying their text. Its own document keeps the other
+  // rows measuring a document as parsed, whatever order the cases run in.
+  JsonAutoRefPtr<JsonValue> packed = ParseOurs(doc.text);
+  cases.push_back(MakeCase(doc, "msgpack-write", "ours", [packed] {
     std::string out;
-    bool ok = parsed->WriteToMsgPack(out);
+    bool ok = packed->WriteToMsgPack(out);
     benchmark::DoNotOptimize(out.data());
     return ok;
   }));
