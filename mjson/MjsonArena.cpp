@@ -88,9 +88,7 @@ Arena* Arena::ForCopy(const JsonValue& source, bool toChange) {
 
 void* Arena::NewBlock(size_t& bytes, bool pages) {
   bytes = pool::BlockClassBytes(bytes);
-  void* memory = pool::TakeKeptBlock(bytes, pages);
-  if (!memory)
-    memory = pages ? ::operator new(bytes, std::align_val_t(kPageBytes)) : ::operator new(bytes);
+  void* memory = pool::TakeBlock(bytes, pages);
   char* start = static_cast<char*>(memory);
   Block* block;
   if (pages) {

@@ -429,17 +429,20 @@ bool CacheReady() {
 
 }  // namespace
 
-void* TakeKeptBlock(size_t bytes, bool pages) noexcept {
-  if (!kPoolNodes || bytes > kKeptBlockBytes) return nullptr;
-  ThreadCache* cache = ThreadPointer();
-  if (!cache || cache == &gEndedCache) return nullptr;
-  KeptBlocks& kept = static_cast<ThreadState*>(cache)->kept;
-  KeptBlocks::Link*& list = kept.lists[pages][KeptClass(bytes)];
-  KeptBlocks::Link* block = list;
-  if (!block) return nullptr;
-  list = block->next;
-  kept.bytes -= bytes;
-  return block;
+void* TakeBlock(size_t bytes, bool pages) {
+  if (kPoolNodes && bytes <= kKeptBlockBytes) {
+    ThreadCache* cache = ThreadPointer();
+    if (cache && cache != &gEndedCache) {
+      KeptBlocks& kept = static_cast<ThreadState*>(cache)->kept;
+      KeptBlocks::Link*& list = kept.lists[pages][KeptClass(bytes)];
+      if (KeptBlocks::Link* block = list) {
+        list = block->next;
+        kept.bytes -= bytes;
+        return block;
+      }
+    }
+  }
+  return pages ? ::operator new(bytes, std::align_val_t(Arena::kPageBytes)) : ::operator new(bytes);
 }
 
 void ReleaseBlock(void* block, size_t bytes, bool pages) noexcept {

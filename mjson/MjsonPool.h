@@ -88,9 +88,9 @@ inline size_t BlockClassBytes(size_t bytes) {
   const size_t step = size_t(1) << (63 - __builtin_clzll(bytes) - 3);
   return (bytes + step - 1) & ~(step - 1);
 }
-// A kept block of `bytes` (a class size), aligned to pages or not; null when
-// the thread keeps none.
-void* TakeKeptBlock(size_t bytes, bool pages) noexcept;
+// A block of `bytes` (a class size), aligned to pages or not: one the
+// thread keeps when it has one of that class, else a new one.
+void* TakeBlock(size_t bytes, bool pages);
 // Gives back a block of `bytes` (a class size): kept by this thread while
 // it keeps less than kKeptBlockBytes, else freed.
 void ReleaseBlock(void* block, size_t bytes, bool pages) noexcept;

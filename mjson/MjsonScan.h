@@ -20,6 +20,23 @@ inline vec::Mask SpecialBytes(vec::Block b) {
   return vec::Equal(b, '"') | vec::Equal(b, '\\') | vec::Below(b, 0x20);
 }
 
+// Whether a string of at most 16 bytes holds a byte that needs escaping,
+// in a word or two read over it: most keys and many values are that short.
+inline bool ShortHasSpecial(const char* p, size_t n) {
+  if (n >= 8)
+    return (vec::FirstSpecialLanes(vec::Load8(p)) |
+            vec::FirstSpecialLanes(vec::Load8(p + n - 8))) != 0;
+  if (n >= 4) {
+    uint32_t a, b;
+    memcpy(&a, p, 4);
+    memcpy(&b, p + n - 4, 4);
+    return vec::FirstSpecialLanes(a | (static_cast<uint64_t>(b) << 32)) != 0;
+  }
+  for (size_t i = 0; i < n; ++i)
+    if (IsSpecialByte(static_cast<unsigned char>(p[i]))) return true;
+  return false;
+}
+
 // The first double quote, backslash or control byte at or after `p`, or
 // `end` when there is none: where a string ends or needs escaping.
 inline const char* FindSpecial(const char* p, const char* end) {
@@ -37,37 +54,15 @@ inline const char* FindSpecial(const char* p, const char* end) {
   if (p == end) return end;
   // The last few bytes in one word: the last eight of the string, reaching
   // back over bytes already passed (none of them special, so the first lane
-  // flagged is a true one), or for a string shorter than that its two
-  // overlapping halves, which only say whether to look byte by byte.
+  // flagged is a true one), or for a string shorter than that the short
+  // test, which only says whether to look byte by byte.
   if (end - start >= 8) {
     uint64_t lanes = vec::FirstSpecialLanes(vec::Load8(end - 8));
     return lanes ? end - 8 + (__builtin_ctzll(lanes) >> 3) : end;
   }
-  if (end - p >= 4) {
-    uint32_t a, b;
-    memcpy(&a, p, 4);
-    memcpy(&b, end - 4, 4);
-    if (!vec::FirstSpecialLanes(a | (static_cast<uint64_t>(b) << 32))) return end;
-  }
-  while (p < end && !IsSpecialByte(static_cast<unsigned char>(*p))) ++p;
+  if (!ShortHasSpecial(p, static_cast<size_t>(end - p))) return end;
+  while (!IsSpecialByte(static_cast<unsigned char>(*p))) ++p;
   return p;
-}
-
-// Whether a string of at most 16 bytes holds a byte that needs escaping,
-// in a word or two read over it: most keys and many values are that short.
-inline bool ShortHasSpecial(const char* p, size_t n) {
-  if (n >= 8)
-    return (vec::FirstSpecialLanes(vec::Load8(p)) |
-            vec::FirstSpecialLanes(vec::Load8(p + n - 8))) != 0;
-  if (n >= 4) {
-    uint32_t a, b;
-    memcpy(&a, p, 4);
-    memcpy(&b, p + n - 4, 4);
-    return vec::FirstSpecialLanes(a | (static_cast<uint64_t>(b) << 32)) != 0;
-  }
-  for (size_t i = 0; i < n; ++i)
-    if (IsSpecialByte(static_cast<unsigned char>(p[i]))) return true;
-  return false;
 }
 
 // Skips a run of blanks (0x20) at `data[p]`, of `n` bytes, a block at a

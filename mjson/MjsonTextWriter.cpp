@@ -115,9 +115,7 @@ void TextSink::NextBlock() {
   fSegments[fSegmentCount++] = {fStart, Used(), fBlockBytes};
   fFilledBytes += Used();
   const size_t bytes = fNextBytes;
-  void* block = pool::TakeKeptBlock(bytes, false);
-  if (!block) block = ::operator new(bytes);
-  fStart = fCur = static_cast<char*>(block);
+  fStart = fCur = static_cast<char*>(pool::TakeBlock(bytes, false));
   fLimit = fStart + bytes;
   fBlockBytes = bytes;
   if (fNextBytes < kBlockMax) fNextBytes *= 2;
