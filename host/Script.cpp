@@ -101,15 +101,18 @@ bool Script::RunLine(const std::string& rawLine, int lineNumber) {
   if (fOptions.echo) fOut.Line("> " + line);
   if (line[first] == '#') return true;
   const bool opens = OpensBlock(line);
-  if (fBlockDepth == 0 && !opens) return RunOne(line, lineNumber) != Flow::Quit;
+  if (fOpenHeads.empty() && !opens) return RunOne(line, lineNumber) != Flow::Quit;
   // A for block runs once its end has come, so that the whole of it is
-  // known: a block typed at the terminal runs when it is finished.
+  // known: a block typed at the terminal runs when it is finished. Each
+  // head learns where its end is as the lines come, once for all rounds.
   fBlock.push_back({line, lineNumber});
-  if (opens)
-    ++fBlockDepth;
-  else if (FirstWord(line) == "end")
-    --fBlockDepth;
-  if (fBlockDepth > 0) return true;
+  if (opens) {
+    fOpenHeads.push_back(fBlock.size() - 1);
+  } else if (FirstWord(line) == "end") {
+    fBlock[fOpenHeads.back()].close = fBlock.size() - 1;
+    fOpenHeads.pop_back();
+  }
+  if (!fOpenHeads.empty()) return true;
   const std::vector<Line> block = std::move(fBlock);
   fBlock.clear();
   // The whole block is one statement for how a terminal session ends.
@@ -120,10 +123,10 @@ bool Script::RunLine(const std::string& rawLine, int lineNumber) {
 }
 
 void Script::Finish() {
-  if (fBlockDepth == 0) return;
+  if (fOpenHeads.empty()) return;
   const int head = fBlock.front().number;
   fBlock.clear();
-  fBlockDepth = 0;
+  fOpenHeads.clear();
   Attempt(head, [] { throw ScriptError("the for block has no end"); });
 }
 
@@ -151,6 +154,8 @@ Script::Flow Script::RunOne(const std::string& line, int lineNumber) {
   // ends as its last statement left it, as at the end of input.
   if (text == ":quit" || text == ":q") return Flow::Quit;
   fLastFailed = false;
+  bool timed = false;
+  const std::string statement = WithoutTime(text, timed);
   const unsigned long long failuresBefore = ModuleFailures();
   fHost.SetEventLine(fOptions.echo ? 0 : lineNumber);
   const bool ran = Attempt(lineNumber, [&] {
@@ -159,8 +164,6 @@ Script::Flow Script::RunOne(const std::string& line, int lineNumber) {
     if (help && fOptions.interactive) ShowGuide(fOut);
     if (help) return RunHostCommand(fHost, *this, "help");
     if (FirstWord(text) == "end") throw ScriptError("end without a for block to close");
-    bool timed = false;
-    const std::string statement = WithoutTime(text, timed);
     if (timed) {
       if (statement.empty()) throw ScriptError(":time needs a statement to run");
       if (statement[0] == ':') throw ScriptError(":time runs statements, not commands");
@@ -177,8 +180,7 @@ Script::Flow Script::RunOne(const std::string& line, int lineNumber) {
     ++fStrictFailures;
     fLastFailed = true;
   }
-  bool timed = false;
-  if (const std::string variable = LetTarget(WithoutTime(text, timed)); !variable.empty()) {
+  if (const std::string variable = LetTarget(statement); !variable.empty()) {
     if (!ran || moduleFailed)
       fFailedLets[variable] = lineNumber;
     else
@@ -230,15 +232,7 @@ Script::Flow Script::RunFor(const std::vector<Line>& lines, size_t begin, size_t
 Script::Flow Script::RunBody(const std::vector<Line>& lines, size_t begin, size_t end) {
   for (size_t at = begin; at < end;) {
     Flow flow = Flow::Next;
-    if (OpensBlock(lines[at].text)) {
-      // Its end: the first line that leaves as many blocks open as before.
-      size_t close = at;
-      for (int depth = 0;; ++close) {
-        if (OpensBlock(lines[close].text))
-          ++depth;
-        else if (FirstWord(lines[close].text) == "end" && --depth == 0)
-          break;
-      }
+    if (const size_t close = lines[at].close) {
       flow = RunFor(lines, at, close);
       at = close + 1;
     } else {
@@ -288,14 +282,14 @@ void Script::RunLines(LineReader& reader) {
   std::string open;
   int openNumber = 0;
   for (;;) {
-    reader.Continue(!open.empty() || fBlockDepth > 0);
+    reader.Continue(!open.empty() || !fOpenHeads.empty());
     const auto line = reader.ReadLine();
     if (!line) break;
     ++number;
     if (reader.TakeAbandoned()) {
       open.clear();
       fBlock.clear();
-      fBlockDepth = 0;
+      fOpenHeads.clear();
     }
     const std::string text = open.empty() ? *line : open + "\n" + *line;
     if (open.empty()) openNumber = number;

@@ -67,6 +67,8 @@ class Script : private ScriptCalls {
   struct Line {
     std::string text;
     int number;
+    // For a line that opens a block, the index of its end; 0 for others.
+    size_t close = 0;
   };
   // How running lines goes on: with the next one; stopped by a mistake,
   // which leaves every for block it is in; or quit.
@@ -103,10 +105,10 @@ class Script : private ScriptCalls {
   Variables fVariables;
   // Variables whose last `let` failed, with the line of that `let`.
   std::map<std::string, int> fFailedLets;
-  // The for block being read, head first, and how many of its blocks are
-  // still open.
+  // The for block being read, head first, and the indexes in it of the
+  // heads of its blocks still open, innermost last.
   std::vector<Line> fBlock;
-  int fBlockDepth = 0;
+  std::vector<size_t> fOpenHeads;
 };
 
 }  // namespace zhost
