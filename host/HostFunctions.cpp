@@ -128,33 +128,49 @@ std::string SystemReason() {
   return std::strerror(errno);
 }
 
+// Sizes `bytes` to `size` when the memory is there; false when it is not.
+bool TryResize(std::string& bytes, size_t size) noexcept {
+  try {
+    bytes.resize(size);
+    return true;
+  } catch (const std::exception&) {
+    return false;
+  }
+}
+
 // A file's bytes, read in binary mode on every system.
 Variant ReadFile(const HostCall& call) {
   const std::string path = call.Text(0);
-  auto failed = [&] {
-    return ScriptError(call.name + ": cannot read " + Quote(path) + ": " + SystemReason());
+  auto failed = [&](const std::string& reason) {
+    return ScriptError(call.name + ": cannot read " + Quote(path) + ": " + reason);
   };
   std::FILE* file = OpenFile(path, "rb");
-  if (!file) throw failed();
+  if (!file) throw failed(SystemReason());
   // Read straight into the string, sized to the file when the system tells
-  // the size; anything else (a pipe) grows it as it comes.
+  // the size; anything else (a pipe) grows it as it comes. A size that
+  // cannot be had is no mistake of its own (a folder tells an absurd one):
+  // the read that follows says what is wrong.
   std::string bytes;
   if (std::fseek(file, 0, SEEK_END) == 0) {
-    if (const long size = std::ftell(file); size > 0) bytes.resize(static_cast<size_t>(size));
+    const long size = std::ftell(file);
     std::rewind(file);
+    if (size > 0) TryResize(bytes, static_cast<size_t>(size));
   }
   size_t filled = 0;
   for (;;) {
-    if (filled == bytes.size()) bytes.resize(std::max<size_t>(65536, bytes.size() * 2));
+    if (filled == bytes.size() && !TryResize(bytes, std::max<size_t>(65536, bytes.size() * 2))) {
+      std::fclose(file);
+      throw failed("it does not fit in memory");
+    }
     const size_t got = std::fread(bytes.data() + filled, 1, bytes.size() - filled, file);
     filled += got;
     if (got == 0) break;
   }
   bytes.resize(filled);
-  const bool broken = std::ferror(file) != 0;
-  const ScriptError error = failed();  // before fclose changes errno
+  // The reason is taken before fclose can change errno.
+  const std::string reason = std::ferror(file) ? SystemReason() : std::string();
   std::fclose(file);
-  if (broken) throw error;
+  if (!reason.empty()) throw failed(reason);
   return MakeString(std::move(bytes));
 }
 

@@ -333,6 +333,14 @@ TEST_F(HostFixture, ConcatJoinsStringsAndNumbers) {
   for (const Case& c : cases) EXPECT_EQ(Run(c.statement), c.printed) << c.statement;
 }
 
+// A folder opens like a file on some systems and tells an absurd size:
+// reading one is a mistake that names it, never an end of the host.
+TEST_F(HostFixture, ReadingAFolderIsAMistake) {
+  const std::string printed = Run("Host.ReadFile(\".\")");
+  EXPECT_EQ(printed.rfind("! script error at line 1: Host.ReadFile: cannot read \".\": ", 0), 0u)
+      << printed;
+}
+
 TEST_F(HostFixture, ContextErrorStateAndTextProtocol) {
   Zentor::IContext& context = host.Context();
   EXPECT_FALSE(context.HasError());
